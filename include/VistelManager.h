@@ -1,0 +1,220 @@
+/*
+ * libc_vistel: turns camera records into numbered big-data events of the device's reporting
+ * services, rate-limited, without blocking the camera thread.
+ *
+ * Usage (any thread):
+ *
+ *     #include <VistelManager.h>
+ *
+ *     auto record = std::make_shared<orv::vistelMemLeak>();
+ *     strlcpy(record->name, "FeatureNode", sizeof(record->name));
+ *     std::future<int> result = orv::VistelManager::GetInstance()->reportMsgImpl(record);
+ *     // The work runs on the platform worker pool. The future is invalid (valid() == false)
+ *     // when the record was null or its kind unknown; otherwise it yields the reporter's
+ *     // result: 0 reported (or dropped by the limiter for the fault and time-out kinds),
+ *     // -1 not initialised or refused by the service, -2 dropped by the limiter.
+ *
+ * Dropping the future does not cancel the report, and the record may be released right away:
+ * the queued work keeps its own reference until the reporter returns.
+ */
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <future>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "VistelRecords.h"
+
+#define VISTEL_EXPORT __attribute__((visibility("default")))
+#define VISTEL_HIDDEN __attribute__((visibility("hidden")))
+
+class QorThreadManager;
+
+namespace orv {
+
+class VistelLibLoader;
+
+// Type of a named parameter; each SetEventParam overload accepts its own two values.
+enum DATATYPE {
+    TYPE_INT = 1,
+    TYPE_INT_ARRAY = 2,
+    TYPE_FLOAT = 3,
+    TYPE_FLOAT_ARRAY = 4,
+    TYPE_STRING = 5,
+    TYPE_STRING_ARRAY = 6,
+};
+
+class VistelManager {
+  public:
+    using Handler = std::function<int(std::shared_ptr<VistelEventBase>)>;
+    using HandlerMethod = int (VistelManager::*)(std::shared_ptr<VistelEventBase>);
+
+    // Process-wide report rate limiter. Every policy answers true to drop the event, false to
+    // report it. Times are CLOCK_MONOTONIC nanoseconds from systemTime(); a stored 0 means
+    // "never reported".
+    class FrequencyLimit {
+      public:
+        FrequencyLimit();
+        virtual ~FrequencyLimit();
+        FrequencyLimit(const FrequencyLimit&) = delete;
+        FrequencyLimit& operator=(const FrequencyLimit&) = delete;
+
+        // Generic deciders over one hour. They update the state they are handed and never
+        // lock: the caller holds mMutex.
+        bool limitBy0Item(long* time) const;
+        bool limitBy1Item(std::map<std::string, long>* record, std::string key) const;
+        bool limitBy2Item(std::map<std::string, std::map<std::string, long>>* record,
+                          std::string key1, std::string key2) const;
+
+        // Per-kind policies; the keyed ones lock mMutex around the whole decision.
+        VISTEL_EXPORT bool limitEventMemLeak(vistelMemLeak* data);
+        VISTEL_EXPORT bool limitEventMemShortage(vistelMemShortage* data);
+        VISTEL_EXPORT bool limitEventMemLimit(vistelMemLimit* data);
+        VISTEL_EXPORT bool limitEventMemEfficiencyWarning(vistelMemEfficiencyWarning* data);
+        VISTEL_EXPORT bool limitEventMemAllocFail(vistelMemAllocFail* data);
+        VISTEL_EXPORT bool limitEventPreviewBufferRefLeak(vistelPreviewBufferRefLeak* data);
+        VISTEL_EXPORT bool limitEventCaptureBufferRefLeak(vistelCaptureBufferRefLeak* data);
+        VISTEL_EXPORT bool limitEventAlgoProcessTimeoutWarning(vistelAlgoProcessTimeout* data);
+        VISTEL_EXPORT bool limitEventAlgoProcessTimeoutError(vistelAlgoProcessTimeout* data);
+        VISTEL_EXPORT bool limitEventSnapshotTimeoutWarning(vistelSnapshotTimeout* data);
+        VISTEL_EXPORT bool limitEventSnapshotTimeoutError(vistelSnapshotTimeout* data);
+        VISTEL_EXPORT bool limitEventOtherTimeoutWarning(vistelOtherTimeout* data);
+        VISTEL_EXPORT bool limitEventOtherTimeoutError(vistelOtherTimeout* data);
+
+        // Self-contained policies with their own periods; lock-free.
+        VISTEL_EXPORT bool LimitDumpSysTraceError();                 // 360 s
+        VISTEL_EXPORT bool limitEventVideoPerf();                    // 600 s
+        VISTEL_EXPORT bool limitEventBootPerf();                     // 600 s
+        VISTEL_EXPORT bool limitEventSnapshotRetFrmIntervalError();  // 60 s
+
+      private:
+        // Keyed by a record text, per kind; guarded by mMutex.
+        std::map<std::string, long> mMemLeakRecord;
+        std::map<std::string, long> mMemShortageRecord;
+        std::map<std::string, long> mMemLimitRecord;
+        long mMemEfficiencyWarningTime;  // guarded by mMutex
+        long mMemAllocFailTime;          // guarded by mMutex
+        // The self-contained policies take no lock; a compare-and-swap on the stored time lets
+        // exactly one of two simultaneous events through.
+        std::atomic<long> mDumpSysTraceTime;
+        std::atomic<long> mVideoPerfTime;
+        std::atomic<long> mBootPerfTime;
+        std::atomic<long> mSnapshotRetFrmIntervalTime;
+        std::map<std::string, long> mPreviewBufferRefLeakRecord;
+        std::map<std::string, long> mCaptureBufferRefLeakRecord;
+        std::map<std::string, long> mAlgoProcessTimeoutWarningRecord;
+        std::map<std::string, long> mAlgoProcessTimeoutErrorRecord;
+        std::map<std::string, long> mSnapshotTimeoutWarningRecord;
+        std::map<std::string, long> mSnapshotTimeoutErrorRecord;
+        // Keyed by (first name, second name); guarded by mMutex.
+        std::map<std::string, std::map<std::string, long>> mOtherTimeoutErrorRecord;
+        std::map<std::string, std::map<std::string, long>> mOtherTimeoutWarningRecord;
+        mutable pthread_mutex_t mMutex;
+    };
+
+    VISTEL_EXPORT static VistelManager* GetInstance();
+
+    // Queues the handler of the record's kind on the worker pool. Never blocks on the work.
+    VISTEL_EXPORT std::future<int> reportMsgImpl(std::shared_ptr<VistelEventBase> event);
+
+    VISTEL_EXPORT void Init();
+
+    // ---- Event object primitives: 0 on success, -1 on failure. ----
+    // A primitive that destroys the object on failure also clears the caller's handle.
+    VISTEL_EXPORT int createEvent(unsigned int eventId, void*& eventObj) const;
+    VISTEL_EXPORT int setEventParam(void*& eventObj, unsigned short paramIndex, long value) const;
+    VISTEL_EXPORT int SetEventParam(void*& eventObj, const char* paramName, long value,
+                                    DATATYPE type) const;
+    VISTEL_EXPORT int SetEventParam(void*& eventObj, const char* paramName, float value,
+                                    DATATYPE type) const;
+    VISTEL_EXPORT int SetEventParam(void*& eventObj, const char* paramName, const char* value,
+                                    DATATYPE type) const;
+    // Sends and destroys the object, whatever the outcome.
+    VISTEL_EXPORT int sendEvent(void*& eventObj) const;
+
+    // "1,2,3": decimal elements joined by single commas.
+    template <typename T, size_t N>
+    VISTEL_HIDDEN std::string Array2String(const T (&array)[N]) const {
+        std::string text;
+        for (size_t i = 0; i < N; ++i) {
+            if (i != 0) text += ',';
+            text += std::to_string(array[i]);
+        }
+        return text;
+    }
+
+    // ---- Handlers, one per kind ----
+    VISTEL_EXPORT int sendEventMemLeak(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventMemShortage(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventMemLimit(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventMemEfficiencyWarning(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventMemAllocFail(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventPreviewBufferRefLeak(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventCaptureBufferRefLeak(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventAlgoProcessTimeoutWarning(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventAlgoProcessTimeoutError(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventSnapshotTimeoutWarning(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventSnapshotTimeoutError(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventOtherTimeoutWarning(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventOtherTimeoutError(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventSnapshotBigdata(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int SendEventSnapshotAfBigdata(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventStatisticData(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventHDRPData(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int SendEventSnapshotBigdataV2(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int SendEventAlgoProcessTimeoutDumpSystrace(
+            std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventFlushProcessTimeoutError(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventStopProcessTimeoutError(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventSessionUninitProcessTimeoutError(
+            std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventConfigStreamProcessTimeoutError(
+            std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventVideoPerfData(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendEventPostProcessTimeoutError(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendBootTimeout(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int dumpTrace(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int FrameDropError(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendMemoryExceedThreshold(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendMemoryAllocTimeout(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendDailyTempRise(std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int sendScanMsgReport(std::shared_ptr<VistelEventBase> event);
+
+    // Reports every boot node as one event; callable directly from any thread. The vector
+    // must not change during the call.
+    VISTEL_EXPORT void sendBootMsg(std::vector<SingleBootNode>& nodes);
+
+  private:
+    VISTEL_EXPORT VistelManager();
+    VISTEL_EXPORT virtual ~VistelManager();
+    VistelManager(const VistelManager&) = delete;
+    VistelManager& operator=(const VistelManager&) = delete;
+
+    void registerFunction(VistelEvent event, HandlerMethod func);
+
+    // Time-out event builders; isError selects the event identifier.
+    int sendEventAlgoProcessTimeout(vistelAlgoProcessTimeout* data, bool isError) const;
+    int sendEventSnapshotTimeout(vistelSnapshotTimeout* data, bool isError) const;
+    int sendEventOtherTimeout(vistelOtherTimeout* data, bool isError) const;
+    int sendEventFlushProcessTimeout(vistelOtherTimeout* data, bool isError) const;
+    int sendEventStopProcessTimeout(vistelOtherTimeout* data, bool isError) const;
+    int sendEventSessionUninitProcessTimeout(vistelOtherTimeout* data, bool isError) const;
+    int sendEventConfigStreamProcessTimeout(vistelOtherTimeout* data, bool isError) const;
+    int sendEventPostProcessTimeout(vistelPostProcessTimeOut* data, bool isError) const;
+
+    // Written during construction only, read without a lock afterwards.
+    std::map<VistelEvent, Handler> mFuncMap;
+    QorThreadManager* mThreadManager;  // platform pool, never released
+    bool mInited;
+    VistelLibLoader* mLibLoader;  // one counted reference, or null
+    FrequencyLimit mFrequencyLimit;
+};
+
+}  // namespace orv
