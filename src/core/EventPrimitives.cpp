@@ -1,0 +1,121 @@
+// The primitives every Vistel reporter builds its event with: create, set, send.
+#define LOG_TAG "VistelManager"
+
+#include <VistelManager.h>
+
+#include "VistelLibLoader.h"
+#include "VistelLog.h"
+
+namespace orv {
+
+namespace {
+
+// After the service refused a value the object is of no further use: destroy it here so the
+// reporter can simply return.
+void destroyEvent(const VistelLibLoader* loader, void*& eventObj) {
+    loader->LINK_Vistel_Destroy_EventObj(eventObj);
+    eventObj = nullptr;
+}
+
+}  // namespace
+
+int VistelManager::createEvent(unsigned int eventId, void*& eventObj) const {
+    if (mLibLoader == nullptr) {
+        VLOGE("%s() error: mLibLoader is NULL", __func__);
+        return -1;
+    }
+    eventObj = mLibLoader->LINK_Vistel_Create_EventObj(eventId);
+    if (eventObj != nullptr) return 0;
+    VLOGE("%s() error: LINK_Vistel_Create_EventObj() return null, eventId(%d)", __func__, eventId);
+    return -1;
+}
+
+int VistelManager::setEventParam(void*& eventObj, unsigned short paramIndex, long value) const {
+    if (mLibLoader == nullptr) {
+        VLOGE("%s() error: mLibLoader is NULL", __func__);
+        return -1;
+    }
+    if (eventObj == nullptr) {
+        VLOGE("%s() error: eventObj is NULL", __func__);
+        return -1;
+    }
+    int ret = mLibLoader->LINK_Vistel_Set_Param(eventObj, paramIndex, value);
+    if (ret == 0) return 0;
+    VLOGE("%s() error: LINK_Vistel_Set_Param() failed ret = %d, paramIndex(%d) value(%ld)",
+          __func__, ret, paramIndex, value);
+    destroyEvent(mLibLoader, eventObj);
+    return -1;
+}
+
+namespace {
+
+// The named setters differ only in the value type and the two types each accepts.
+template <typename Value, typename SetFn>
+int setNamedParam(const char* function, const VistelLibLoader* loader, void*& eventObj,
+                  const char* paramName, Value value, DATATYPE type, DATATYPE singleType,
+                  SetFn single, DATATYPE arrayType, SetFn append) {
+    if (paramName == nullptr || loader == nullptr || eventObj == nullptr) {
+        VISTEL_LOG_AT(ANDROID_LOG_ERROR, function, "%s() error: input ptr is NULL", function);
+        return -1;
+    }
+    SetFn set;
+    if (type == singleType) {
+        set = single;
+    } else if (type == arrayType) {
+        set = append;
+    } else {
+        // A type the overload does not take is the caller's mistake; the object stays its own.
+        return -1;
+    }
+    int ret = set(eventObj, paramName, value);
+    if (ret == 0) return 0;
+    VISTEL_LOG_AT(ANDROID_LOG_ERROR, function,
+                  "%s() error: LINK_Vistel_Set_Param() failed ret = %d, param(%s)", function, ret,
+                  paramName);
+    destroyEvent(loader, eventObj);
+    return -1;
+}
+
+}  // namespace
+
+int VistelManager::SetEventParam(void*& eventObj, const char* paramName, long value,
+                                 DATATYPE type) const {
+    const VistelLibLoader* l = mLibLoader;
+    return setNamedParam(__func__, l, eventObj, paramName, value, type, TYPE_INT,
+                         l ? l->LINK_Vistel_Set_Param_Integer_V2 : nullptr, TYPE_INT_ARRAY,
+                         l ? l->LINK_Vistel_Fill_Array_Param_Integer_V2 : nullptr);
+}
+
+int VistelManager::SetEventParam(void*& eventObj, const char* paramName, float value,
+                                 DATATYPE type) const {
+    const VistelLibLoader* l = mLibLoader;
+    return setNamedParam(__func__, l, eventObj, paramName, value, type, TYPE_FLOAT,
+                         l ? l->LINK_Vistel_Set_Param_Float_V2 : nullptr, TYPE_FLOAT_ARRAY,
+                         l ? l->LINK_Vistel_Fill_Array_Param_Float_V2 : nullptr);
+}
+
+int VistelManager::SetEventParam(void*& eventObj, const char* paramName, const char* value,
+                                 DATATYPE type) const {
+    const VistelLibLoader* l = mLibLoader;
+    return setNamedParam(__func__, l, eventObj, paramName, value, type, TYPE_STRING,
+                         l ? l->LINK_Vistel_Set_Param_String_V2 : nullptr, TYPE_STRING_ARRAY,
+                         l ? l->LINK_Vistel_Fill_Array_Param_String_V2 : nullptr);
+}
+
+int VistelManager::sendEvent(void*& eventObj) const {
+    if (mLibLoader == nullptr) {
+        VLOGE("%s() error: mLibLoader is NULL", __func__);
+        return -1;
+    }
+    if (eventObj == nullptr) {
+        VLOGE("%s() error: eventObj is NULL", __func__);
+        return -1;
+    }
+    // Unlike the setters, the service's send answers non-zero on success.
+    bool sent = mLibLoader->LINK_Vistel_Send_Event(eventObj) != 0;
+    if (!sent) VLOGE("%s() error: LINK_Vistel_Send_Event() failed", __func__);
+    destroyEvent(mLibLoader, eventObj);
+    return sent ? 0 : -1;
+}
+
+}  // namespace orv

@@ -1,0 +1,55 @@
+// Binds the Vistel client library ("libvistel.so") by name at run time.
+#pragma once
+
+#include <SharedObjectLoader.h>
+#include <utils/Mutex.h>
+
+#include <cstdint>
+
+namespace orv {
+
+// Reference-counted process-wide singleton. While an instance exists all eleven entries of
+// the function table are bound, so holders of a reference call them without a lock.
+class VistelLibLoader : public SharedObjectLoader {
+  public:
+    // One more reference to the bound instance, or null when the library or one of its
+    // functions could not be bound (a later call tries again from the start).
+    static VistelLibLoader* getInstance();
+    // Drops one reference; the last one unloads the library and deletes the instance.
+    static void destroyInstance();
+
+    ~VistelLibLoader() override;
+
+    // Clears the create, set-by-index, set-time, send and destroy entries. The six named
+    // ("_V2") entries are left as they are: callers only ever reach the table through a bound
+    // instance, so nothing reads them after a failed load.
+    void setFunsToDefault() override;
+    bool loadFuns() override;
+    void unloadFuns() override;
+
+    void* (*LINK_Vistel_Create_EventObj)(unsigned int eventId);
+    int (*LINK_Vistel_Set_Param)(void* eventObj, unsigned short paramIndex, long value);
+    int (*LINK_Vistel_Set_Param_Integer_V2)(void* eventObj, const char* paramName, long value);
+    int (*LINK_Vistel_Set_Param_Float_V2)(void* eventObj, const char* paramName, float value);
+    int (*LINK_Vistel_Set_Param_String_V2)(void* eventObj, const char* paramName,
+                                           const char* value);
+    int (*LINK_Vistel_Fill_Array_Param_Integer_V2)(void* eventObj, const char* paramName,
+                                                   long value);
+    int (*LINK_Vistel_Fill_Array_Param_Float_V2)(void* eventObj, const char* paramName,
+                                                 float value);
+    int (*LINK_Vistel_Fill_Array_Param_String_V2)(void* eventObj, const char* paramName,
+                                                  const char* value);
+    void* LINK_Vistel_Set_Time;  // bound, never called
+    int (*LINK_Vistel_Send_Event)(void* eventObj);  // non-zero on success
+    void (*LINK_Vistel_Destroy_EventObj)(void* eventObj);
+
+  private:
+    VistelLibLoader();
+
+    // Guarded by sLock.
+    static VistelLibLoader* sInstance;
+    static int32_t sRefCount;
+    static android::Mutex sLock;
+};
+
+}  // namespace orv
