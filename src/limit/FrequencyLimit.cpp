@@ -1,0 +1,313 @@
+// Report rate limiter: one last-report time per kind, per key or per key pair.
+#define LOG_TAG "VistelManager"
+
+#include <VistelManager.h>
+#include <utils/Timers.h>
+
+#include <cstdint>
+
+#include "../core/VistelLog.h"
+
+namespace orv {
+
+namespace {
+
+constexpr int32_t kQuietPeriodS = 3600;
+constexpr int32_t kDumpSysTracePeriodS = 360;
+constexpr int32_t kVideoPerfPeriodS = 600;
+constexpr int32_t kBootPerfPeriodS = 600;
+constexpr int32_t kSnapshotRetFrmIntervalPeriodS = 60;
+constexpr long kNanosPerSecond = 1000000000;
+
+long now() {
+    return systemTime(SYSTEM_TIME_MONOTONIC);
+}
+
+// Whole seconds since `since`, truncated, as the 32-bit value the log lines print.
+int32_t intervalSeconds(long now, long since) {
+    return static_cast<int32_t>((now - since) / kNanosPerSecond);
+}
+
+class ScopedLock {
+  public:
+    explicit ScopedLock(pthread_mutex_t* mutex) : mMutex(mutex) { pthread_mutex_lock(mMutex); }
+    ~ScopedLock() { pthread_mutex_unlock(mMutex); }
+    ScopedLock(const ScopedLock&) = delete;
+    ScopedLock& operator=(const ScopedLock&) = delete;
+
+  private:
+    pthread_mutex_t* mMutex;
+};
+
+// The shape every record policy shares: refuse a null record (without locking), otherwise
+// decide under the limiter's mutex.
+template <typename Record, typename Decide>
+bool decideLocked(const char* policy, const Record* data, pthread_mutex_t* mutex,
+                  Decide decide) {
+    if (data == nullptr) {
+        VISTEL_LOG_AT(ANDROID_LOG_ERROR, policy, "%s() error: input ptr is NULL", policy);
+        return true;
+    }
+    ScopedLock lock(mutex);
+    return decide();
+}
+
+// The rule of the self-contained policies, made atomic: two simultaneous events never both
+// pass. Returns what happened so the caller can log it in its own words.
+enum class Outcome { kFirst, kPassed, kLimited, kBackwards };
+struct Decision {
+    Outcome outcome;
+    int32_t intervalS;
+};
+
+Decision decideAtomically(std::atomic<long>& last, int32_t periodS) {
+    long stored = last.load();
+    for (;;) {
+        // Read the clock after every lost race: the winner's time is newer than ours was.
+        long current = now();
+        if (stored == 0) {
+            if (last.compare_exchange_weak(stored, current)) return {Outcome::kFirst, 0};
+        } else if (current >= stored) {
+            int32_t intervalS = intervalSeconds(current, stored);
+            if (intervalS < periodS) return {Outcome::kLimited, intervalS};
+            if (last.compare_exchange_weak(stored, current)) return {Outcome::kPassed, intervalS};
+        } else if (last.compare_exchange_weak(stored, current)) {
+            return {Outcome::kBackwards, 0};
+        }
+    }
+}
+
+}  // namespace
+
+VistelManager::FrequencyLimit::FrequencyLimit()
+    : mMemEfficiencyWarningTime(0),
+      mMemAllocFailTime(0),
+      mDumpSysTraceTime(0),
+      mVideoPerfTime(0),
+      mBootPerfTime(0),
+      mSnapshotRetFrmIntervalTime(0) {
+    pthread_mutex_init(&mMutex, nullptr);
+}
+
+VistelManager::FrequencyLimit::~FrequencyLimit() {
+    pthread_mutex_destroy(&mMutex);
+}
+
+bool VistelManager::FrequencyLimit::limitBy0Item(long* time) const {
+    if (time == nullptr) return true;
+    long current = now();
+    if (*time == 0) {
+        *time = current;
+        return false;
+    }
+    if (current >= *time) {
+        int32_t timeIntervalInS = intervalSeconds(current, *time);
+        VLOGI("%s() timeIntervalInS = %d", __func__, timeIntervalInS);
+        if (timeIntervalInS < kQuietPeriodS) return true;
+        *time = current;
+        return false;
+    }
+    // The stored time lies ahead (the clock went back): never block reporting on it.
+    VLOGE("%s() timeStamp < timeRecord", __func__);
+    *time = current;
+    return false;
+}
+
+bool VistelManager::FrequencyLimit::limitBy1Item(std::map<std::string, long>* record,
+                                                 std::string key) const {
+    if (record == nullptr) return true;
+    long current = now();
+    auto it = record->find(key);
+    if (it == record->end()) {
+        record->emplace(std::move(key), current);
+        return false;
+    }
+    if (current >= it->second) {
+        int32_t timeIntervalInS = intervalSeconds(current, it->second);
+        VLOGI("%s() %s timeIntervalInS = %d", __func__, key.c_str(), timeIntervalInS);
+        if (timeIntervalInS < kQuietPeriodS) return true;
+        it->second = current;
+        return false;
+    }
+    VLOGE("%s() %s timeStamp < it->second", __func__, key.c_str());
+    it->second = current;
+    return false;
+}
+
+bool VistelManager::FrequencyLimit::limitBy2Item(
+        std::map<std::string, std::map<std::string, long>>* record, std::string key1,
+        std::string key2) const {
+    if (record == nullptr) return true;
+    long current = now();
+    auto outer = record->find(key1);
+    if (outer == record->end()) {
+        record->emplace(std::move(key1), std::map<std::string, long>{{std::move(key2), current}});
+        return false;
+    }
+    auto it = outer->second.find(key2);
+    if (it == outer->second.end()) {
+        outer->second.emplace(std::move(key2), current);
+        return false;
+    }
+    if (current >= it->second) {
+        int32_t timeIntervalInS = intervalSeconds(current, it->second);
+        VLOGI("%s() %s %s timeIntervalInS = %d", __func__, key1.c_str(), key2.c_str(),
+              timeIntervalInS);
+        if (timeIntervalInS < kQuietPeriodS) return true;
+        it->second = current;
+        return false;
+    }
+    VLOGE("%s() %s %s timeStamp < it2->second", __func__, key1.c_str(), key2.c_str());
+    it->second = current;
+    return false;
+}
+
+bool VistelManager::FrequencyLimit::limitEventMemLeak(vistelMemLeak* data) {
+    return decideLocked(__func__, data, &mMutex,
+                        [&] { return limitBy1Item(&mMemLeakRecord, data->name); });
+}
+
+bool VistelManager::FrequencyLimit::limitEventMemShortage(vistelMemShortage* data) {
+    // Keyed by the raw bytes of the first integer read as text, up to its first zero byte: an
+    // old quirk the reported data depends on, kept as it is.
+    return decideLocked(__func__, data, &mMutex, [&] {
+        return limitBy1Item(&mMemShortageRecord, reinterpret_cast<const char*>(&data->value1));
+    });
+}
+
+bool VistelManager::FrequencyLimit::limitEventMemLimit(vistelMemLimit* data) {
+    return decideLocked(__func__, data, &mMutex,
+                        [&] { return limitBy1Item(&mMemLimitRecord, data->name); });
+}
+
+bool VistelManager::FrequencyLimit::limitEventMemEfficiencyWarning(
+        vistelMemEfficiencyWarning* data) {
+    return decideLocked(__func__, data, &mMutex,
+                        [&] { return limitBy0Item(&mMemEfficiencyWarningTime); });
+}
+
+bool VistelManager::FrequencyLimit::limitEventMemAllocFail(vistelMemAllocFail* data) {
+    return decideLocked(__func__, data, &mMutex, [&] { return limitBy0Item(&mMemAllocFailTime); });
+}
+
+bool VistelManager::FrequencyLimit::limitEventPreviewBufferRefLeak(
+        vistelPreviewBufferRefLeak* data) {
+    return decideLocked(__func__, data, &mMutex,
+                        [&] { return limitBy1Item(&mPreviewBufferRefLeakRecord, data->name); });
+}
+
+bool VistelManager::FrequencyLimit::limitEventCaptureBufferRefLeak(
+        vistelCaptureBufferRefLeak* data) {
+    return decideLocked(__func__, data, &mMutex,
+                        [&] { return limitBy1Item(&mCaptureBufferRefLeakRecord, data->name); });
+}
+
+bool VistelManager::FrequencyLimit::limitEventAlgoProcessTimeoutWarning(
+        vistelAlgoProcessTimeout* data) {
+    return decideLocked(__func__, data, &mMutex, [&] {
+        return limitBy1Item(&mAlgoProcessTimeoutWarningRecord, data->name);
+    });
+}
+
+bool VistelManager::FrequencyLimit::limitEventAlgoProcessTimeoutError(
+        vistelAlgoProcessTimeout* data) {
+    return decideLocked(__func__, data, &mMutex,
+                        [&] { return limitBy1Item(&mAlgoProcessTimeoutErrorRecord, data->name); });
+}
+
+bool VistelManager::FrequencyLimit::limitEventSnapshotTimeoutWarning(vistelSnapshotTimeout* data) {
+    return decideLocked(__func__, data, &mMutex,
+                        [&] { return limitBy1Item(&mSnapshotTimeoutWarningRecord, data->name); });
+}
+
+bool VistelManager::FrequencyLimit::limitEventSnapshotTimeoutError(vistelSnapshotTimeout* data) {
+    return decideLocked(__func__, data, &mMutex,
+                        [&] { return limitBy1Item(&mSnapshotTimeoutErrorRecord, data->name); });
+}
+
+bool VistelManager::FrequencyLimit::limitEventOtherTimeoutWarning(vistelOtherTimeout* data) {
+    return decideLocked(__func__, data, &mMutex, [&] {
+        return limitBy2Item(&mOtherTimeoutWarningRecord, data->firstName, data->secondName);
+    });
+}
+
+bool VistelManager::FrequencyLimit::limitEventOtherTimeoutError(vistelOtherTimeout* data) {
+    return decideLocked(__func__, data, &mMutex, [&] {
+        return limitBy2Item(&mOtherTimeoutErrorRecord, data->firstName, data->secondName);
+    });
+}
+
+// The four self-contained policies log in their own words and at their own levels.
+
+bool VistelManager::FrequencyLimit::LimitDumpSysTraceError() {
+    Decision decision = decideAtomically(mDumpSysTraceTime, kDumpSysTracePeriodS);
+    switch (decision.outcome) {
+        case Outcome::kFirst:
+            VLOGE("init last report ts");
+            return false;
+        case Outcome::kBackwards:
+            VLOGE("%s() timeStamp < timeRecord", __func__);
+            return false;
+        case Outcome::kPassed:
+        case Outcome::kLimited:
+            VLOGE("%s() timeIntervalInS = %d", __func__, decision.intervalS);
+            break;
+    }
+    return decision.outcome == Outcome::kLimited;
+}
+
+bool VistelManager::FrequencyLimit::limitEventVideoPerf() {
+    Decision decision = decideAtomically(mVideoPerfTime, kVideoPerfPeriodS);
+    switch (decision.outcome) {
+        case Outcome::kFirst:
+            return false;
+        case Outcome::kBackwards:
+            VLOGE("%s() timeStamp < timeRecord", __func__);
+            return false;
+        case Outcome::kPassed:
+        case Outcome::kLimited:
+            VLOGI("%s() timeIntervalInS = %d", __func__, decision.intervalS);
+            break;
+    }
+    return decision.outcome == Outcome::kLimited;
+}
+
+bool VistelManager::FrequencyLimit::limitEventBootPerf() {
+    Decision decision = decideAtomically(mBootPerfTime, kBootPerfPeriodS);
+    switch (decision.outcome) {
+        case Outcome::kFirst:
+            VLOGI("%s() *time = 0", __func__);
+            return false;
+        case Outcome::kBackwards:
+            VLOGI("%s() timeStamp < timeRecord", __func__);
+            return false;
+        case Outcome::kLimited:
+            VLOGI("%s() timeIntervalInS = %d, limit=%d, return true", __func__,
+                  decision.intervalS, kBootPerfPeriodS);
+            return true;
+        case Outcome::kPassed:
+            VLOGI("%s() timeIntervalInS = %d, limit=%d, return false", __func__,
+                  decision.intervalS, kBootPerfPeriodS);
+            return false;
+    }
+    return false;
+}
+
+bool VistelManager::FrequencyLimit::limitEventSnapshotRetFrmIntervalError() {
+    Decision decision =
+            decideAtomically(mSnapshotRetFrmIntervalTime, kSnapshotRetFrmIntervalPeriodS);
+    switch (decision.outcome) {
+        case Outcome::kFirst:
+            return false;
+        case Outcome::kBackwards:
+            VLOGE("timeStamp < timeRecord, reinit last report ts");
+            return false;
+        case Outcome::kPassed:
+        case Outcome::kLimited:
+            VLOGI("timeIntervalInS = %d", decision.intervalS);
+            break;
+    }
+    return decision.outcome == Outcome::kLimited;
+}
+
+}  // namespace orv
