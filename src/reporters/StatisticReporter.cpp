@@ -1,0 +1,14 @@
+// Placeholder until this reporter lands: refuses every record.
+#include <VistelManager.h>
+
+namespace orv {
+
+int VistelManager::sendEventStatisticData(std::shared_ptr<VistelEventBase>) {
+    return -1;
+}
+
+int VistelManager::sendEventHDRPData(std::shared_ptr<VistelEventBase>) {
+    return -1;
+}
+
+}  // namespace orv
