@@ -1,0 +1,44 @@
+#include "HostEventLog.h"
+
+#include <android/log.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+
+namespace hosteventlog {
+
+void appendLineToEnvFile(const char* envName, const std::string& line, const char* logTag) {
+    const char* path = getenv(envName);
+    if (path == nullptr || path[0] == '\0') {
+        return;
+    }
+    int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        __android_log_print(ANDROID_LOG_ERROR, logTag, "cannot open %s=%s: %s", envName, path,
+                            strerror(errno));
+        return;
+    }
+    const std::string record = line + '\n';
+    ssize_t written = TEMP_FAILURE_RETRY(write(fd, record.data(), record.size()));
+    if (written != static_cast<ssize_t>(record.size())) {
+        __android_log_print(ANDROID_LOG_ERROR, logTag, "short write to %s (%zd of %zu bytes): %s",
+                            path, written, record.size(), strerror(errno));
+    }
+    close(fd);
+}
+
+double jsonNumber(float value) {
+    char text[32];
+    std::to_chars_result end = std::to_chars(text, text + sizeof(text) - 1, value);
+    if (end.ec != std::errc()) {
+        return value;
+    }
+    *end.ptr = '\0';
+    return strtod(text, nullptr);
+}
+
+}  // namespace hosteventlog
