@@ -1,0 +1,60 @@
+#!/usr/bin/env bash
+# Checks Android.bp off-device:
+#  1. bpfmt has nothing to reformat;
+#  2. mini-soong's translation of it builds libc_vistel.so on this host, compiled the way the
+#     device build compiles C++ (no exceptions, no RTTI, warnings as errors) and linked with no
+#     undefined symbol against the host stand-ins of the libraries its shared_libs name, so a
+#     source or a library missing from Android.bp fails here;
+#  3. that library exports exactly the symbols of tests/abi/exported-symbols.txt.
+#
+#   tools/check-android-bp.sh <work-dir> <stand-in-lib-dir>...
+#
+# The stand-in folders are those of the CMake build (platform/*); ctest passes them.
+set -euo pipefail
+
+if [[ $# -lt 1 ]]; then
+    echo "usage: $0 <work-dir> <stand-in-lib-dir>..." >&2
+    exit 2
+fi
+src=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+mkdir -p "$1"
+work=$(realpath "$1")
+shift
+libdirs=()
+for libdir in "$@"; do
+    libdirs+=("$(realpath "$libdir")")
+done
+
+formatDiff=$(bpfmt -d "$src/Android.bp")
+if [[ -n $formatDiff ]]; then
+    echo "Android.bp is not formatted as bpfmt prints it:" >&2
+    echo "$formatDiff" >&2
+    exit 1
+fi
+
+# mini-soong reads the recipe and its sources relative to the current folder and builds there:
+# give it a view of the tree so the outputs stay in the work folder.
+for entry in Android.bp include src tests; do
+    ln -sfn "$src/$entry" "$work/$entry"
+done
+cd "$work"
+mini-soong Android.bp Makefile
+
+cppflags=(-Werror -fno-exceptions -fno-rtti -I/usr/include/android)
+for include in "$src"/platform/*/include; do
+    cppflags+=("-I$include")
+done
+ldflags=(-L"/usr/lib/$(gcc -print-multiarch)/android" -Wl,--no-undefined
+         -Wl,--version-script="$src/src/libc_vistel.map.txt")
+for libdir in "${libdirs[@]}"; do
+    ldflags+=("-L$libdir")
+done
+
+# The generated rule compiles everything in one g++ call; optimising it would only cost time.
+# g++ rather than mini-soong's default cc, which would not link the C++ runtime. -B: the rule
+# knows only the sources, not Android.bp itself.
+DEB_BUILD_OPTIONS=noopt DEB_CFLAGS_MAINT_STRIP=-g make -B --no-print-directory build CC=g++ \
+    CPPFLAGS="${cppflags[*]}" LDFLAGS="${ldflags[*]}"
+
+cmake -DNM=nm -DLIBRARY="$work/libc_vistel.so" -DEXPECTED="$src/tests/abi/exported-symbols.txt" \
+      -P "$src/tests/abi/CheckExportedSymbols.cmake"
