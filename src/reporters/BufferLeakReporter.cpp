@@ -1,14 +1,34 @@
-// Placeholder until this reporter lands: refuses every record.
-#include <VistelManager.h>
+// Preview and capture buffers whose references were never released.
+#define LOG_TAG "VistelManager"
+
+#include "FaultReporter.h"
 
 namespace orv {
 
-int VistelManager::sendEventPreviewBufferRefLeak(std::shared_ptr<VistelEventBase>) {
-    return -1;
+namespace {
+
+using Limit = VistelManager::FrequencyLimit;
+
+constexpr FieldReporter<vistelPreviewBufferRefLeak> kPreviewBufferRefLeak = {
+        &Limit::limitEventPreviewBufferRefLeak, 918000020,
+        [](const vistelPreviewBufferRefLeak& r) -> IndexedParams {
+            return {r.name, r.value1, r.value2, r.value3};
+        }};
+
+constexpr FieldReporter<vistelCaptureBufferRefLeak> kCaptureBufferRefLeak = {
+        &Limit::limitEventCaptureBufferRefLeak, 918000021,
+        [](const vistelCaptureBufferRefLeak& r) -> IndexedParams {
+            return {r.name, r.value1, r.value2, r.flag, r.value3, r.value4};
+        }};
+
+}  // namespace
+
+int VistelManager::sendEventPreviewBufferRefLeak(std::shared_ptr<VistelEventBase> event) {
+    return reportFields(__func__, kPreviewBufferRefLeak, {*this, mInited, mFrequencyLimit}, event);
 }
 
-int VistelManager::sendEventCaptureBufferRefLeak(std::shared_ptr<VistelEventBase>) {
-    return -1;
+int VistelManager::sendEventCaptureBufferRefLeak(std::shared_ptr<VistelEventBase> event) {
+    return reportFields(__func__, kCaptureBufferRefLeak, {*this, mInited, mFrequencyLimit}, event);
 }
 
 }  // namespace orv

@@ -1,0 +1,138 @@
+// The flow the memory fault, buffer leak and time-out reporters share, and the events they send:
+// one Vistel event whose parameters are the record's fields, set by index in the order listed.
+//
+// A reporter is described, not written out: its logged name, the limiter policy that may drop
+// its records, and how its event is built. For instance
+//
+//     constexpr FieldReporter<vistelMemLimit> kMemLimit = {
+//             &Limit::limitEventMemLimit, 918001000,
+//             [](const vistelMemLimit& r) -> IndexedParams {
+//                 return {r.name, r.secondName, r.value1, r.value2};
+//             }};
+//
+//     int VistelManager::sendEventMemLimit(std::shared_ptr<VistelEventBase> event) {
+//         return reportFields(__func__, kMemLimit, {*this, mInited, mFrequencyLimit}, event);
+//     }
+//
+// The including file defines LOG_TAG first, as for VistelLog.h.
+#pragma once
+
+#include <VistelManager.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "VistelEventSender.h"
+#include "VistelLog.h"
+
+namespace orv {
+
+// One record field as the service takes it by index: a text by its address (the service reads
+// up to the terminator), signed integers sign-extended, unsigned bytes zero-extended (a flag of
+// 255 stays 255), 64-bit values as they are. Any other field type does not compile.
+class IndexedValue {
+  public:
+    IndexedValue(const char* text) : mValue(reinterpret_cast<long>(text)) {}
+    IndexedValue(int32_t value) : mValue(value) {}
+    IndexedValue(uint8_t value) : mValue(value) {}
+    IndexedValue(int64_t value) : mValue(value) {}
+
+    long value() const { return mValue; }
+
+  private:
+    long mValue;
+};
+
+// The parameters of one event, numbered 0, 1, 2... in the order they are listed.
+class IndexedParams {
+  public:
+    // The longest of these events, the post-process time-out, has eleven.
+    static constexpr size_t kCapacity = 11;
+
+    template <typename... Fields>
+    IndexedParams(const Fields&... fields) : mParams(), mCount(sizeof...(Fields)) {
+        static_assert(sizeof...(Fields) > 0 && sizeof...(Fields) <= kCapacity,
+                      "an indexed event carries 1 to kCapacity parameters");
+        const IndexedValue values[] = {IndexedValue(fields)...};
+        for (size_t i = 0; i < mCount; ++i) {
+            mParams[i] = VistelParam::indexed(static_cast<unsigned short>(i), values[i].value());
+        }
+    }
+
+    const VistelParam* data() const { return mParams.data(); }
+    size_t size() const { return mCount; }
+
+  private:
+    std::array<VistelParam, kCapacity> mParams;
+    size_t mCount;
+};
+
+inline int sendIndexedEvent(const VistelManager& manager, unsigned int eventId,
+                            const IndexedParams& params) {
+    return sendVistelEvent(manager, eventId, params.data(), params.size());
+}
+
+// The limiter policy that may drop a reporter's records; null for the kinds never limited.
+template <typename Body>
+using LimitPolicy = bool (VistelManager::FrequencyLimit::*)(Body*);
+
+// What the flow needs of the manager. Only the manager's own handlers can see these members, so
+// each handler hands them over.
+struct ReporterContext {
+    const VistelManager& manager;
+    bool inited;
+    VistelManager::FrequencyLimit& limiter;
+};
+
+// Enter line, initialised check, `isLimited(data)`, `send(data)`, exit line, all logged under the
+// reporter's name. 0 when sent or dropped by the limiter, -1 otherwise. `send` builds and sends
+// the event and answers 0 on success; the primitive that failed has logged why and destroyed
+// the object, so a failure here needs no message or clean-up of its own.
+template <typename Body, typename IsLimited, typename Send>
+int reportFault(const char* reporter, bool inited, const std::shared_ptr<VistelEventBase>& event,
+                IsLimited isLimited, Send send) {
+    VISTEL_LOG_AT(ANDROID_LOG_INFO, reporter, "enter %s()", reporter);
+    // The kind chose this handler, so it also fixes the record's type.
+    Body* data = static_cast<Body*>(event.get());
+    if (!inited) {
+        // Checked before the limiter, so a record that cannot be sent never uses up its hour.
+        VISTEL_LOG_AT(ANDROID_LOG_ERROR, reporter, "%s() error: init failed", reporter);
+        return -1;
+    }
+    if (isLimited(data)) {
+        // A drop is a success for the camera stack: there is nothing for it to retry.
+        VISTEL_LOG_AT(ANDROID_LOG_INFO, reporter, "%s() is limited, drop this event", reporter);
+        return 0;
+    }
+    if (send(data) != 0) return -1;
+    VISTEL_LOG_AT(ANDROID_LOG_INFO, reporter, "exit %s()", reporter);
+    return 0;
+}
+
+// The manager's limiter asked with `policy`; a null policy never limits.
+template <typename Body>
+auto askLimiter(VistelManager::FrequencyLimit& limiter, LimitPolicy<Body> policy) {
+    return [&limiter, policy](Body* data) { return policy != nullptr && (limiter.*policy)(data); };
+}
+
+// A reporter that sends its record's fields under one event id.
+template <typename Body>
+struct FieldReporter {
+    LimitPolicy<Body> limit;
+    unsigned int eventId;
+    IndexedParams (*params)(const Body&);
+};
+
+template <typename Body>
+int reportFields(const char* reporter, const FieldReporter<Body>& description,
+                 const ReporterContext& context, const std::shared_ptr<VistelEventBase>& event) {
+    auto send = [&](Body* data) {
+        return sendIndexedEvent(context.manager, description.eventId, description.params(*data));
+    };
+    return reportFault<Body>(reporter, context.inited, event,
+                             askLimiter(context.limiter, description.limit), send);
+}
+
+}  // namespace orv
