@@ -1,10 +1,50 @@
-// Placeholder until this reporter lands: refuses every record.
+#define LOG_TAG "VistelManager"
+
+#include <OvrixEvent.h>
 #include <VistelManager.h>
+
+#include "HealthReporting.h"
+#include "OvrixFields.h"
+#include "VistelLog.h"
 
 namespace orv {
 
-int VistelManager::sendMemoryExceedThreshold(std::shared_ptr<VistelEventBase>) {
-    return -1;
+namespace {
+
+constexpr int kMemExceedThresholdEventId = 918009011;
+
+constexpr HealthAdmission kAdmission = {
+        "sendMemoryExceedThreshold", HealthAdmission::NotInitialisedLine::kRecordNotValid, -1,
+        nullptr,  // every record is reported
+};
+
+constexpr OvrixField<vistelMemExceedThreshold> kThresholdFields[] = {
+        {"MaxUsableSize", &vistelMemExceedThreshold::maxUsableSize},
+        {"UsedTotalSizePeak", &vistelMemExceedThreshold::usedTotalSizePeak},
+        {"SysMemFree", &vistelMemExceedThreshold::sysMemFree},
+        {"CaptureGoingCount", &vistelMemExceedThreshold::captureGoingCount},
+        {"JpegName", &vistelMemExceedThreshold::jpegName},
+        {"SceneMode", &vistelMemExceedThreshold::sceneMode},
+        {"Zoom", &vistelMemExceedThreshold::zoom},
+        {"MultiCamMask", &vistelMemExceedThreshold::multiCamMask},
+        {"SnapshotID", &vistelMemExceedThreshold::snapshotId},
+        {"SwitchFlag", &vistelMemExceedThreshold::switchFlag},
+        {"EventTime", &vistelMemExceedThreshold::eventTime},
+};
+
+}  // namespace
+
+int VistelManager::sendMemoryExceedThreshold(std::shared_ptr<VistelEventBase> event) {
+    const auto* record = static_cast<const vistelMemExceedThreshold*>(event.get());
+    if (auto refusal = refuseHealthRecord(kAdmission, mInited, record, mFrequencyLimit)) {
+        return *refusal;
+    }
+    OvrixEvent report = makeOvrixEvent(kMemExceedThresholdEventId, *record, kThresholdFields);
+    putProcessInfo(report, record->processes);
+    // The service gives no answer worth acting on: a lost report is not retried.
+    Ovrix::Report(report);
+    VLOGI("exit %s()", __func__);
+    return 0;
 }
 
 }  // namespace orv

@@ -1,0 +1,59 @@
+#define LOG_TAG "VistelManager"
+
+#include "HealthReporting.h"
+
+#include "OvrixFields.h"
+#include "VistelLog.h"
+
+namespace orv {
+
+namespace {
+
+constexpr int kProcessMemEventId = 918009010;
+constexpr int kLimitedResult = -2;
+
+constexpr OvrixField<vistelProcessMemInfo> kProcessMemFields[] = {
+        {"ProcessName", &vistelProcessMemInfo::processName},
+        {"PID", &vistelProcessMemInfo::pid},
+        {"Ion", &vistelProcessMemInfo::ion},
+        {"Rss", &vistelProcessMemInfo::rss},
+        {"Pss", &vistelProcessMemInfo::pss},
+        {"NativePss", &vistelProcessMemInfo::nativePss},
+        {"JavaPss", &vistelProcessMemInfo::javaPss},
+        {"Swap", &vistelProcessMemInfo::swap},
+};
+
+}  // namespace
+
+std::optional<int> refuseHealthRecord(const HealthAdmission& admission, bool inited,
+                                      const VistelEventBase* record,
+                                      VistelManager::FrequencyLimit& limit) {
+    const char* name = admission.reporter;
+    VISTEL_LOG_AT(ANDROID_LOG_INFO, name, "enter %s()", name);
+    if (!inited || record == nullptr) {
+        if (record != nullptr &&
+            admission.notInitialisedLine == HealthAdmission::NotInitialisedLine::kInitFailed) {
+            VISTEL_LOG_AT(ANDROID_LOG_ERROR, name, "%s() error: init failed", name);
+        } else {
+            VISTEL_LOG_AT(ANDROID_LOG_ERROR, name, "%s() error: event=%p, inited=%d not valid",
+                          name, static_cast<const void*>(record), inited);
+        }
+        return admission.notInitialisedResult;
+    }
+    if (admission.policy != nullptr && (limit.*admission.policy)()) {
+        VISTEL_LOG_AT(ANDROID_LOG_INFO, name, "%s() is limited, drop this event", name);
+        return kLimitedResult;
+    }
+    return std::nullopt;
+}
+
+void putProcessInfo(OvrixEvent& event, const std::vector<vistelProcessMemInfo>& processes) {
+    std::vector<OvrixEvent> subEvents;
+    subEvents.reserve(processes.size());
+    for (const vistelProcessMemInfo& process : processes) {
+        subEvents.push_back(makeOvrixEvent(kProcessMemEventId, process, kProcessMemFields));
+    }
+    event.PutOvrixEventArray("ProcessInfo", subEvents);
+}
+
+}  // namespace orv

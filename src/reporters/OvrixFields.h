@@ -1,0 +1,58 @@
+// The scalars of a record that go into one Ovrix event, described as a table: each entry names
+// the key and the record member behind it, in the order the keys are put.
+//
+//     constexpr OvrixField<vistelBufAllocInfo> kBufferFields[] = {
+//             {"BufName", &vistelBufAllocInfo::bufName},
+//             {"Size", &vistelBufAllocInfo::size},
+//             {"TimeStamp", &vistelBufAllocInfo::timeStamp},
+//     };
+//     OvrixEvent event = makeOvrixEvent(918009012, buffer, kBufferFields);
+#pragma once
+
+#include <OvrixEvent.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace orv {
+
+template <typename Record>
+class OvrixField {
+  public:
+    constexpr OvrixField(const char* key, int32_t Record::*member) : mKey(key), mInt(member) {}
+    constexpr OvrixField(const char* key, std::string Record::*member) : mKey(key), mText(member) {}
+    // PutInt takes a signed 32-bit value; wider unsigned values travel as their decimal text so
+    // that nothing is cut off or turned negative.
+    constexpr OvrixField(const char* key, uint64_t Record::*member)
+        : mKey(key), mUnsigned64(member) {}
+
+    void putInto(OvrixEvent& event, const Record& record) const {
+        if (mInt != nullptr) {
+            event.PutInt(mKey, record.*mInt);
+        } else if (mText != nullptr) {
+            event.PutString(mKey, record.*mText);
+        } else {
+            event.PutString(mKey, std::to_string(record.*mUnsigned64));
+        }
+    }
+
+  private:
+    const char* mKey;
+    // Exactly one of these is set.
+    int32_t Record::*mInt = nullptr;
+    std::string Record::*mText = nullptr;
+    uint64_t Record::*mUnsigned64 = nullptr;
+};
+
+// A new event `id` holding the record's scalars, put in table order.
+template <typename Record, size_t N>
+OvrixEvent makeOvrixEvent(int id, const Record& record, const OvrixField<Record> (&fields)[N]) {
+    OvrixEvent event(id);
+    for (const OvrixField<Record>& field : fields) {
+        field.putInto(event, record);
+    }
+    return event;
+}
+
+}  // namespace orv
