@@ -1,16 +1,103 @@
-// Placeholder until this reporter lands: refuses every record.
+#define LOG_TAG "VistelManager"
+
+#include <OvrixEvent.h>
 #include <VistelManager.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "HealthReporting.h"
+#include "OvrixFields.h"
+#include "VistelLog.h"
 
 namespace orv {
 
-int VistelManager::sendBootTimeout(std::shared_ptr<VistelEventBase>) {
-    return -1;
+namespace {
+
+constexpr int kBootStepEventId = 918009008;
+constexpr int kBootNodeEventId = 918009009;
+
+// The boot time-out is rate-limited; the scan message carries the same record and never is.
+// Their answers to an uninitialised manager differ (-1 and -2): both are part of the contract
+// with the camera stack, so neither is aligned with the other.
+constexpr HealthAdmission kBootTimeoutAdmission = {
+        "sendBootTimeout",
+        HealthAdmission::NotInitialisedLine::kInitFailed,
+        -1,
+        &VistelManager::FrequencyLimit::limitEventBootPerf,
+};
+constexpr HealthAdmission kScanMsgAdmission = {
+        "sendScanMsgReport",
+        HealthAdmission::NotInitialisedLine::kInitFailed,
+        -2,
+        nullptr,
+};
+
+// The mixed-case keys are what the data team reads; keep them as they are.
+constexpr OvrixField<SingleBootNode> kBootNodeFields[] = {
+        {"THERMALLEVEL", &SingleBootNode::thermalLevel},
+        {"STARTMEMORY", &SingleBootNode::startMemory},
+        {"ENDMEMORY", &SingleBootNode::endMemory},
+        {"CPUSCENEMODE", &SingleBootNode::cpuSceneMode},
+        {"THRESHOLD", &SingleBootNode::threshold},
+        {"ACTUALCOST", &SingleBootNode::actualCost},
+        {"OPENTIME", &SingleBootNode::openTime},
+        {"CAMERASCENEMODE", &SingleBootNode::cameraSceneMode},
+        {"APPNAME", &SingleBootNode::appName},
+        {"FirstFrameCost", &SingleBootNode::firstFrameCost},
+        {"FirstFrame2ScanClose", &SingleBootNode::firstFrame2ScanClose},
+};
+
+// Fixed notation, three decimals: 12.5 -> "12.500". Large enough for any float, inf and nan.
+std::string formatStepCost(float cost) {
+    char text[64];
+    snprintf(text, sizeof(text), "%.3f", static_cast<double>(cost));
+    return text;
 }
 
-int VistelManager::sendScanMsgReport(std::shared_ptr<VistelEventBase>) {
-    return -1;
+// Kinds 25 and 31 share this flow and differ only in their admission.
+int reportBootRecord(VistelManager& manager, const HealthAdmission& admission, bool inited,
+                     VistelEventBase* event, VistelManager::FrequencyLimit& limit) {
+    auto* record = static_cast<vistelBootMsg*>(event);
+    if (auto refusal = refuseHealthRecord(admission, inited, record, limit)) {
+        return *refusal;
+    }
+    manager.sendBootMsg(record->bootNodes);
+    VISTEL_LOG_AT(ANDROID_LOG_INFO, admission.reporter, "exit %s()", admission.reporter);
+    return 0;
 }
 
-void VistelManager::sendBootMsg(std::vector<SingleBootNode>&) {}
+}  // namespace
+
+void VistelManager::sendBootMsg(std::vector<SingleBootNode>& nodes) {
+    VLOGI("enter %s(), size:%d", __func__, static_cast<int>(nodes.size()));
+    for (const SingleBootNode& node : nodes) {
+        OvrixEvent report = makeOvrixEvent(kBootNodeEventId, node, kBootNodeFields);
+        const std::string openTime = std::to_string(node.openTime);
+        // Stages go in the map's own order; readers find them by key, not by position.
+        for (const auto& [stage, steps] : node.stageCosts) {
+            std::vector<OvrixEvent> stepEvents;
+            stepEvents.reserve(steps.size());
+            for (const vistelBootStepCost& step : steps) {
+                stepEvents.push_back(OvrixEvent(kBootStepEventId)
+                                             .PutString("CR", step.name)
+                                             .PutString("TimeCost", formatStepCost(step.cost)));
+            }
+            VLOGI("%s() time(%s)(%s) packing size:%d", __func__, openTime.c_str(), stage.c_str(),
+                  static_cast<int>(stepEvents.size()));
+            report.PutOvrixEventArray(stage + "COST", stepEvents);
+        }
+        Ovrix::Report(report);
+    }
+}
+
+int VistelManager::sendBootTimeout(std::shared_ptr<VistelEventBase> event) {
+    return reportBootRecord(*this, kBootTimeoutAdmission, mInited, event.get(), mFrequencyLimit);
+}
+
+int VistelManager::sendScanMsgReport(std::shared_ptr<VistelEventBase> event) {
+    return reportBootRecord(*this, kScanMsgAdmission, mInited, event.get(), mFrequencyLimit);
+}
 
 }  // namespace orv
