@@ -1,14 +1,51 @@
-// Placeholder until this reporter lands: refuses every record.
+#define LOG_TAG "VistelManager"
+
 #include <VistelManager.h>
+#include <orvlog.h>
+
+#include <string>
+
+#include "HealthReporting.h"
+#include "VistelLog.h"
 
 namespace orv {
 
-int VistelManager::dumpTrace(std::shared_ptr<VistelEventBase>) {
-    return -1;
+namespace {
+
+// The logging service's jank event that takes a system trace, and how long a trace it asks for.
+constexpr int kJankTypeSystrace = 3;
+constexpr int kJankIdSystrace = 474;
+constexpr int kTraceArgument = 300;
+
+constexpr HealthAdmission kDumpTraceAdmission = {
+        "dumpTrace",
+        HealthAdmission::NotInitialisedLine::kInitFailed,
+        -1,
+        &VistelManager::FrequencyLimit::LimitDumpSysTraceError,
+};
+
+}  // namespace
+
+int VistelManager::dumpTrace(std::shared_ptr<VistelEventBase> event) {
+    const auto* record = static_cast<const vistelDumpTrace*>(event.get());
+    if (auto refusal = refuseHealthRecord(kDumpTraceAdmission, mInited, record, mFrequencyLimit)) {
+        return *refusal;
+    }
+    const char* traceName = record->traceName.c_str();
+    VLOGI("%s() calling systrace for %s begin", __func__, traceName);
+    const std::string message =
+            "#ARG1:<" + record->traceName + ">#ARG2:<" + std::to_string(kTraceArgument) + ">";
+    __orvlog_jank_print(kJankTypeSystrace, kJankIdSystrace, message.c_str());
+    VLOGI("%s() calling systrace for %s end", __func__, traceName);
+    return 0;
 }
 
 int VistelManager::SendEventAlgoProcessTimeoutDumpSystrace(std::shared_ptr<VistelEventBase>) {
-    return -1;
+    // The system watchdog takes these traces itself; answering 0 keeps the caller content even
+    // before the service is bound.
+    VLOGI("enter %s()", __func__);
+    VLOGI("%s() skipped, brontix is used instread", __func__);
+    return 0;
 }
 
 }  // namespace orv
