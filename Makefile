@@ -30,9 +30,9 @@ TEST_STAGES := test-default test-arm64
 
 deps: deps-host deps-arm64
 deps-host:
-	tools/install-deps.sh host
+	@tools/install-deps.sh host
 deps-arm64:
-	tools/install-deps.sh arm64
+	@tools/install-deps.sh arm64
 
 # Configuring an existing tree again is cheap and picks up edits to the presets.
 $(addprefix configure-,$(PRESETS)): configure-%:

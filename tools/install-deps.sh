@@ -21,9 +21,10 @@ readonly kHostPackages=(
     cmake ninja-build make pkgconf g++ clang libclang-rt-14-dev valgrind
     blueprint-tools mini-soong
 )
-# nlohmann-json is header-only (Architecture: all), so the host package serves both builds.
+# Complete on its own, so `make test-arm64` works on a bare machine. nlohmann-json is
+# header-only (Architecture: all): the host package serves both builds.
 readonly kArm64Packages=(
-    g++-aarch64-linux-gnu qemu-user nlohmann-json3-dev
+    cmake ninja-build make g++-aarch64-linux-gnu qemu-user nlohmann-json3-dev
     android-liblog-dev:arm64 android-libutils-dev:arm64 libsafec-dev:arm64
     libgtest-dev:arm64 libgmock-dev:arm64
 )
