@@ -11,14 +11,19 @@
 #   make fuzz        run the fuzzer
 #   make clean       remove the preset build folders
 
-# The machine is shared: parallelism lives in the presets ("jobs": 2 for builds and ctest), so
-# make itself must not run two stages at once.
+# The machine is shared: parallelism lives in the build and ctest steps (two jobs each), so make
+# itself must not run two stages at once.
 .NOTPARALLEL:
 .DEFAULT_GOAL := build
 
 CMAKE ?= cmake
 PRESETS := default asan tsan arm64
-HOST_BIN := build/default
+# Where the preset build folders go: the presets' own build/<preset> unless told otherwise, e.g.
+# `make test BUILD_ROOT=build/mine` on a machine shared with other engineers.
+BUILD_ROOT ?= build
+# Two jobs at most, as the build and test presets say.
+JOBS := 2
+HOST_BIN := $(BUILD_ROOT)/default
 
 # The stages of `make test`, in the order they run. Cheap ones first so a broken change fails fast.
 # Sanitizer and fuzz stages (test-asan, test-tsan, ...) belong between the host and arm64 suites.
@@ -36,11 +41,11 @@ deps-arm64:
 
 # Configuring an existing tree again is cheap and picks up edits to the presets.
 $(addprefix configure-,$(PRESETS)): configure-%:
-	$(CMAKE) --preset $*
+	$(CMAKE) --preset $* -B $(BUILD_ROOT)/$*
 $(addprefix build-,$(PRESETS)): build-%: configure-%
-	$(CMAKE) --build --preset $*
+	$(CMAKE) --build $(BUILD_ROOT)/$* --parallel $(JOBS)
 $(addprefix test-,$(PRESETS)): test-%: build-%
-	ctest --preset $*
+	ctest --preset $* --test-dir $(BUILD_ROOT)/$*
 
 configure-default configure-asan configure-tsan: deps-host
 configure-arm64: deps-arm64
@@ -60,4 +65,4 @@ fuzz:
 	@exit 1
 
 clean:
-	rm -rf $(addprefix build/,$(PRESETS))
+	rm -rf $(addprefix $(BUILD_ROOT)/,$(PRESETS))
