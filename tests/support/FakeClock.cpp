@@ -29,7 +29,8 @@ void FakeClock::expireAllLimits() {
 
 }  // namespace vistel_test
 
-// Interposes on libutils' systemTime for every library of the process.
-nsecs_t systemTime(int /*clock*/) {
+// Interposes on libutils' systemTime for every library of the process. Only an exported
+// definition does: the project builds with hidden visibility by default.
+__attribute__((visibility("default"))) nsecs_t systemTime(int /*clock*/) {
     return vistel_test::FakeClock::nowNs();
 }
