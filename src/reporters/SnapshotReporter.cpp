@@ -1,10 +1,50 @@
-// Placeholder until this reporter lands: refuses every record.
-#include <VistelManager.h>
+// Kind 13: one snapshot's exposure and face statistics, every parameter by name.
+#define LOG_TAG "VistelManager"
+
+#include "VistelEventSender.h"
+#include "VistelLog.h"
 
 namespace orv {
 
-int VistelManager::sendEventSnapshotBigdata(std::shared_ptr<VistelEventBase>) {
-    return -1;
+namespace {
+
+constexpr unsigned int kSnapshotBigdataEventId = 918009000;
+
+}  // namespace
+
+int VistelManager::sendEventSnapshotBigdata(std::shared_ptr<VistelEventBase> event) {
+    VLOGI("enter %s()", __func__);
+    if (!mInited) {
+        VLOGE("%s() error: init failed", __func__);
+        return -1;
+    }
+    const auto& record = static_cast<const vistelSnapshotBigdata&>(*event);
+    // The service's schema lists the time first and the scene last, not in record order.
+    const VistelParam params[] = {
+            VistelParam::integer("snapshotTime", record.snapshotTime),
+            VistelParam::integer("sensor_position", record.sensor_position),
+            VistelParam::integer("faceNumber", record.faceNumber),
+            VistelParam::string("faceSize", record.faceSize),
+            VistelParam::string("faceRect_left", record.faceRect_left),
+            VistelParam::string("faceRect_top", record.faceRect_top),
+            VistelParam::string("faceRect_right", record.faceRect_right),
+            VistelParam::string("faceRect_bottom", record.faceRect_bottom),
+            VistelParam::string("faceType", record.faceType),
+            VistelParam::integer("iso", record.iso),
+            VistelParam::integer("exp", record.exp),
+            VistelParam::integer("overExpo", record.overExpo),
+            VistelParam::integer("underExpo", record.underExpo),
+            VistelParam::integer("aecStabe", record.aecStabe),
+            VistelParam::integer("awbColorTemp", record.awbColorTemp),
+            VistelParam::integer("isMFNR", record.isMFNR),
+            VistelParam::integer("isBeauty", record.isBeauty),
+            VistelParam::integer("isHDR", record.isHDR),
+            VistelParam::integer("beautyMode", record.beautyMode),
+            VistelParam::integer("scene", record.scene),
+    };
+    if (sendVistelEvent(*this, kSnapshotBigdataEventId, params) != 0) return -1;
+    VLOGI("exit %s()", __func__);
+    return 0;
 }
 
 }  // namespace orv
