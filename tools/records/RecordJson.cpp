@@ -1,0 +1,214 @@
+#include "RecordJson.h"
+
+#include <cfloat>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+namespace vistel_tools {
+
+namespace {
+
+// Scenarios are read in document order, so the first bad field reported is the first in the file.
+using json = nlohmann::ordered_json;
+using nlohmann::ordered_json;
+
+// The given value as the error shows it: short enough for one line.
+std::string shown(const json& value) {
+    constexpr size_t kMaxShown = 40;
+    std::string text = value.dump(-1, ' ', false, json::error_handler_t::replace);
+    return text.size() <= kMaxShown ? text : text.substr(0, kMaxShown) + "...";
+}
+
+// The field as one element: what each element of a fixed array is.
+Field single(const Field& field) {
+    Field element = field;
+    element.count = 1;
+    return element;
+}
+
+class Filler {
+  public:
+    // `path` names the structure ("" for the record itself, "processes[1]" for a nested one).
+    std::string fillStruct(const StructLayout& layout, const json& values, char* object,
+                           const std::string& path) const {
+        if (!values.is_object()) {
+            return problem(path, std::string("expected an object (") + layout.name + ")", values);
+        }
+        for (const auto& [name, value] : values.items()) {
+            const std::string fieldPath = path.empty() ? name : path + "." + name;
+            const Field* field = layout.find(name);
+            if (field == nullptr) {
+                return "field \"" + fieldPath + "\": no such field in " + layout.name;
+            }
+            std::string error =
+                    fillField(*field, value, static_cast<char*>(field->address(object)), fieldPath);
+            if (!error.empty()) return error;
+        }
+        return "";
+    }
+
+  private:
+    static std::string problem(const std::string& path, const std::string& what, const json& got) {
+        // A problem with the top-level object has no field to name.
+        std::string where = path.empty() ? "" : "field \"" + path + "\": ";
+        return where + what + ", got " + shown(got);
+    }
+
+    static std::string expected(const std::string& path, const char* article, const Field& field,
+                                const json& given) {
+        return problem(path, std::string("expected ") + article + " (" + typeName(field) + ")",
+                       given);
+    }
+
+    std::string fillField(const Field& field, const json& value, char* member,
+                          const std::string& path) const {
+        if (field.count == 1) return fillOne(field, value, member, path);
+        if (!value.is_array()) return expected(path, "an array", field, value);
+        if (value.size() > field.count) {
+            return "field \"" + path + "\": " + std::to_string(value.size()) +
+                   " elements do not fit " + typeName(field);
+        }
+        const size_t stride = field.size / field.count;
+        const Field element = single(field);
+        for (size_t i = 0; i < value.size(); ++i) {
+            std::string error = fillOne(element, value[i], member + i * stride,
+                                        path + "[" + std::to_string(i) + "]");
+            if (!error.empty()) return error;
+        }
+        return "";
+    }
+
+    template <typename T>
+    static std::string writeInteger(const Field& field, const json& value, char* member,
+                                    const std::string& path) {
+        if (!value.is_number_integer()) return expected(path, "an integer", field, value);
+        using Limits = std::numeric_limits<T>;
+        bool fits;
+        T result;
+        // The parser keeps non-negative integers unsigned, so uint64 keeps its full range.
+        if (value.is_number_unsigned()) {
+            const uint64_t given = value.get<uint64_t>();
+            fits = given <= Limits::max();
+            result = static_cast<T>(given);
+        } else {
+            const int64_t given = value.get<int64_t>();
+            fits = given >= static_cast<int64_t>(Limits::min()) &&
+                   (given < 0 || static_cast<uint64_t>(given) <= Limits::max());
+            result = static_cast<T>(given);
+        }
+        if (!fits) {
+            return "field \"" + path + "\": " + value.dump() + " is out of range for " +
+                   typeName(field) + " (" + std::to_string(+Limits::min()) + " to " +
+                   std::to_string(+Limits::max()) + ")";
+        }
+        std::memcpy(member, &result, sizeof(result));
+        return "";
+    }
+
+    std::string fillOne(const Field& field, const json& value, char* member,
+                        const std::string& path) const {
+        switch (field.type) {
+            case FieldType::kUInt8:
+                return writeInteger<uint8_t>(field, value, member, path);
+            case FieldType::kInt16:
+                return writeInteger<int16_t>(field, value, member, path);
+            case FieldType::kInt32:
+                return writeInteger<int32_t>(field, value, member, path);
+            case FieldType::kUInt32:
+                return writeInteger<uint32_t>(field, value, member, path);
+            case FieldType::kInt64:
+                return writeInteger<int64_t>(field, value, member, path);
+            case FieldType::kUInt64:
+                return writeInteger<uint64_t>(field, value, member, path);
+            case FieldType::kFloat: {
+                if (!value.is_number()) return expected(path, "a number", field, value);
+                const double given = value.get<double>();
+                if (std::fabs(given) > FLT_MAX) {
+                    return "field \"" + path + "\": " + value.dump() + " is out of range for float";
+                }
+                const float result = static_cast<float>(given);
+                std::memcpy(member, &result, sizeof(result));
+                return "";
+            }
+            case FieldType::kText: {
+                if (!value.is_string()) return expected(path, "a string", field, value);
+                const std::string& text = value.get_ref<const std::string&>();
+                // The camera stack terminates its texts, so the last byte stays NUL.
+                if (text.size() >= field.size) {
+                    return "field \"" + path + "\": " + std::to_string(text.size()) +
+                           " bytes do not fit " + typeName(field) + " (" +
+                           std::to_string(field.size - 1) + " at most, after it the NUL)";
+                }
+                if (text.find('\0') != std::string::npos) {
+                    return "field \"" + path + "\": the text holds a NUL byte";
+                }
+                std::memset(member, 0, field.size);
+                std::memcpy(member, text.data(), text.size());
+                return "";
+            }
+            case FieldType::kString:
+                if (!value.is_string()) return expected(path, "a string", field, value);
+                *reinterpret_cast<std::string*>(member) = value.get<std::string>();
+                return "";
+            case FieldType::kStruct:
+                return fillStruct(field.layout(), value, member, path);
+            case FieldType::kVector: {
+                if (!value.is_array()) return expected(path, "an array", field, value);
+                for (size_t i = 0; i < value.size(); ++i) {
+                    void* element = field.ops->add(member, "");
+                    std::string error =
+                            fillOne(*field.element(), value[i], static_cast<char*>(element),
+                                    path + "[" + std::to_string(i) + "]");
+                    if (!error.empty()) return error;
+                }
+                return "";
+            }
+            case FieldType::kMap: {
+                if (!value.is_object()) return expected(path, "an object", field, value);
+                for (const auto& [key, entry] : value.items()) {
+                    void* element = field.ops->add(member, key);
+                    std::string error = fillOne(*field.element(), entry,
+                                                static_cast<char*>(element), path + "." + key);
+                    if (!error.empty()) return error;
+                }
+                return "";
+            }
+        }
+        return "field \"" + path + "\": unsupported type";
+    }
+};
+
+ordered_json exampleOf(const Field& field) {
+    if (field.count > 1) return ordered_json::array({exampleOf(single(field))});
+    switch (field.type) {
+        case FieldType::kFloat:
+            return 0.0;
+        case FieldType::kText:
+        case FieldType::kString:
+            return "";
+        case FieldType::kStruct:
+            return skeletonOf(field.layout());
+        case FieldType::kVector:
+            return ordered_json::array({exampleOf(*field.element())});
+        case FieldType::kMap:
+            return ordered_json{{"<key>", exampleOf(*field.element())}};
+        default:
+            return 0;
+    }
+}
+
+}  // namespace
+
+std::string fillStruct(const StructLayout& layout, const nlohmann::ordered_json& values,
+                       void* object) {
+    return Filler().fillStruct(layout, values, static_cast<char*>(object), "");
+}
+
+nlohmann::ordered_json skeletonOf(const StructLayout& layout) {
+    ordered_json skeleton = ordered_json::object();
+    for (const Field& field : layout) skeleton[field.name] = exampleOf(field);
+    return skeleton;
+}
+
+}  // namespace vistel_tools
