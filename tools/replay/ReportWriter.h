@@ -1,0 +1,29 @@
+// The two forms of a replay's report: readable text, or one JSON object per line.
+#pragma once
+
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include "Replayer.h"
+
+namespace vistel_replay {
+
+struct ReportOptions {
+    bool json = false;     // one JSON object per step, then one with the summary
+    bool full = false;     // text: every parameter, nested events indented (JSON always has all)
+    bool verbose = false;  // the library's own log lines with each step
+};
+
+class ReportWriter {
+  public:
+    virtual ~ReportWriter() = default;
+    virtual void start(const std::string& source, const Scenario& scenario,
+                       const Replayer& replayer) = 0;
+    virtual void step(const StepReport& report) = 0;
+    virtual void finish(const Summary& summary) = 0;
+};
+
+std::unique_ptr<ReportWriter> makeReportWriter(const ReportOptions& options, std::ostream& out);
+
+}  // namespace vistel_replay
