@@ -1,6 +1,7 @@
 // Kind 14: the autofocus conditions and timings of one capture, every parameter by name.
 #define LOG_TAG "VistelManager"
 
+#include "ReporterChecks.h"
 #include "VistelEventSender.h"
 #include "VistelLog.h"
 
@@ -13,10 +14,7 @@ constexpr unsigned int kSnapshotAfBigdataEventId = 918009001;
 }  // namespace
 
 int VistelManager::SendEventSnapshotAfBigdata(std::shared_ptr<VistelEventBase> event) {
-    if (!mInited) {
-        VLOGE("%s() error: init failed", __func__);
-        return -1;
-    }
+    if (refusedNotInitialised(__func__, mInited)) return -1;
     const auto& record = static_cast<const vistelSnapshotAfBigdata&>(*event);
     // Record order. The names are the service's keys, "Fous" and mixed casing included.
     const VistelParam params[] = {

@@ -24,6 +24,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "ReporterChecks.h"
 #include "VistelEventSender.h"
 #include "VistelLog.h"
 
@@ -96,14 +97,11 @@ int reportFault(const char* reporter, bool inited, const std::shared_ptr<VistelE
     VISTEL_LOG_AT(ANDROID_LOG_INFO, reporter, "enter %s()", reporter);
     // The kind chose this handler, so it also fixes the record's type.
     Body* data = static_cast<Body*>(event.get());
-    if (!inited) {
-        // Checked before the limiter, so a record that cannot be sent never uses up its hour.
-        VISTEL_LOG_AT(ANDROID_LOG_ERROR, reporter, "%s() error: init failed", reporter);
-        return -1;
-    }
+    // Checked before the limiter, so a record that cannot be sent never uses up its hour.
+    if (refusedNotInitialised(reporter, inited)) return -1;
     if (isLimited(data)) {
         // A drop is a success for the camera stack: there is nothing for it to retry.
-        VISTEL_LOG_AT(ANDROID_LOG_INFO, reporter, "%s() is limited, drop this event", reporter);
+        logLimited(reporter);
         return 0;
     }
     if (send(data) != 0) return -1;

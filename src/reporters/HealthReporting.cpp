@@ -3,6 +3,7 @@
 #include "HealthReporting.h"
 
 #include "OvrixFields.h"
+#include "ReporterChecks.h"
 #include "VistelLog.h"
 
 namespace orv {
@@ -33,7 +34,7 @@ std::optional<int> refuseHealthRecord(const HealthAdmission& admission, bool ini
     if (!inited || record == nullptr) {
         if (record != nullptr &&
             admission.notInitialisedLine == HealthAdmission::NotInitialisedLine::kInitFailed) {
-            VISTEL_LOG_AT(ANDROID_LOG_ERROR, name, "%s() error: init failed", name);
+            refusedNotInitialised(name, false);
         } else {
             VISTEL_LOG_AT(ANDROID_LOG_ERROR, name, "%s() error: event=%p, inited=%d not valid",
                           name, static_cast<const void*>(record), inited);
@@ -41,7 +42,7 @@ std::optional<int> refuseHealthRecord(const HealthAdmission& admission, bool ini
         return admission.notInitialisedResult;
     }
     if (admission.policy != nullptr && (limit.*admission.policy)()) {
-        VISTEL_LOG_AT(ANDROID_LOG_INFO, name, "%s() is limited, drop this event", name);
+        logLimited(name);
         return kLimitedResult;
     }
     return std::nullopt;

@@ -1,6 +1,7 @@
 // Kind 13: one snapshot's exposure and face statistics, every parameter by name.
 #define LOG_TAG "VistelManager"
 
+#include "ReporterChecks.h"
 #include "VistelEventSender.h"
 #include "VistelLog.h"
 
@@ -14,10 +15,7 @@ constexpr unsigned int kSnapshotBigdataEventId = 918009000;
 
 int VistelManager::sendEventSnapshotBigdata(std::shared_ptr<VistelEventBase> event) {
     VLOGI("enter %s()", __func__);
-    if (!mInited) {
-        VLOGE("%s() error: init failed", __func__);
-        return -1;
-    }
+    if (refusedNotInitialised(__func__, mInited)) return -1;
     const auto& record = static_cast<const vistelSnapshotBigdata&>(*event);
     // The service's schema lists the time first and the scene last, not in record order.
     const VistelParam params[] = {

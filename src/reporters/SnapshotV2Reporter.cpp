@@ -7,6 +7,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "ReporterChecks.h"
 #include "VistelEventSender.h"
 #include "VistelLog.h"
 
@@ -67,10 +68,7 @@ int sendSnapshotV2(const VistelManager& manager, const vistelSnapshotBigdataV2& 
 }  // namespace
 
 int VistelManager::SendEventSnapshotBigdataV2(std::shared_ptr<VistelEventBase> event) {
-    if (!mInited) {
-        VLOGE("%s() error: init failed", __func__);
-        return -1;
-    }
+    if (refusedNotInitialised(__func__, mInited)) return -1;
     // Read in place, never copied (it is over a kilobyte). The record is packed, so a reference or
     // pointer to one of its 32-bit lists would be misaligned: their elements are read by value
     // into aligned arrays, which Array2String takes by reference. Texts go by array decay, which

@@ -2,6 +2,7 @@
 // Both go by index: the service's definitions know positions, not names.
 #define LOG_TAG "VistelManager"
 
+#include "ReporterChecks.h"
 #include "VistelEventSender.h"
 #include "VistelLog.h"
 
@@ -15,10 +16,7 @@ constexpr unsigned int kHDRPDataEventId = 918009003;
 }  // namespace
 
 int VistelManager::sendEventStatisticData(std::shared_ptr<VistelEventBase> event) {
-    if (!mInited) {
-        VLOGE("%s() error: init failed", __func__);
-        return -1;
-    }
+    if (refusedNotInitialised(__func__, mInited)) return -1;
     const auto& record = static_cast<const vistelStatisticData&>(*event);
     const VistelParam params[] = {
             VistelParam::indexed(0, record.hdr_3),      VistelParam::indexed(1, record.hdr_5),
@@ -36,10 +34,7 @@ int VistelManager::sendEventStatisticData(std::shared_ptr<VistelEventBase> event
 }
 
 int VistelManager::sendEventHDRPData(std::shared_ptr<VistelEventBase> event) {
-    if (!mInited) {
-        VLOGE("%s() error: init failed", __func__);
-        return -1;
-    }
+    if (refusedNotInitialised(__func__, mInited)) return -1;
     const auto& record = static_cast<const vistelHDRPData&>(*event);
     const VistelParam params[] = {
             VistelParam::indexed(0, record.hasface),  VistelParam::indexed(1, record.backlight),

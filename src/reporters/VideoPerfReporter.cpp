@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "ReporterChecks.h"
 #include "VistelLog.h"
 
 namespace orv {
@@ -60,10 +61,7 @@ void reportVideoPerf(const char* caller, const vistelVideoPerfInfo& info) {
 
 int VistelManager::sendEventVideoPerfData(std::shared_ptr<VistelEventBase> event) {
     VLOGI("enter %s()", __func__);
-    if (!mInited) {
-        VLOGE("%s() error: init failed", __func__);
-        return -1;
-    }
+    if (refusedNotInitialised(__func__, mInited)) return -1;
     // One report a minute, under the snapshot return-frame policy: that policy's period is the
     // one this report was given, and it has no other user.
     if (mFrequencyLimit.limitEventSnapshotRetFrmIntervalError()) {
@@ -76,14 +74,11 @@ int VistelManager::sendEventVideoPerfData(std::shared_ptr<VistelEventBase> event
 
 int VistelManager::FrameDropError(std::shared_ptr<VistelEventBase> event) {
     VLOGI("enter %s()", __func__);
-    if (!mInited) {
-        VLOGE("%s() error: init failed", __func__);
-        return -1;
-    }
+    if (refusedNotInitialised(__func__, mInited)) return -1;
     // Decided before the groups are looked at: a record without groups still takes the ten
     // minutes.
     if (mFrequencyLimit.limitEventVideoPerf()) {
-        VLOGI("%s() is limited, drop this event", __func__);
+        logLimited(__func__);
         return -2;
     }
     const auto& record = static_cast<const vistelFrameDrop&>(*event);
