@@ -217,9 +217,10 @@ class TextReportWriter : public ReportWriter {
         return "answered " + std::to_string(report.result);
     }
 
-    void printEvent(const ordered_json& event, int indent) {
+    // `slot` names a nested event's place ("PerfDetail[0] "); empty for a top-level event.
+    void printEvent(const ordered_json& event, int indent, const std::string& slot = "") {
         const std::string margin(indent, ' ');
-        mOut << margin << eventLabel(event) << "\n";
+        mOut << margin << slot << eventLabel(event) << "\n";
         // Parameters wrapped to the line width, one step further in.
         const std::string paramMargin(indent + kIndent, ' ');
         std::string line;
@@ -236,8 +237,9 @@ class TextReportWriter : public ReportWriter {
             if (!isArrayOfEvents(param)) continue;
             const ordered_json& nested = param["value"];
             for (size_t i = 0; i < nested.size(); ++i) {
-                mOut << paramMargin << param["key"].get<std::string>() << "[" << i << "]:\n";
-                printEvent(nested[i], indent + 2 * kIndent);
+                const std::string nestedSlot =
+                        param["key"].get<std::string>() + "[" + std::to_string(i) + "] ";
+                printEvent(nested[i], indent + kIndent, nestedSlot);
             }
         }
     }
