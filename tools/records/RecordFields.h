@@ -9,9 +9,10 @@
  * vistelBootMsg, ...) have one table, used by every kind that sends them.
  *
  *     const StructLayout& layout = layoutOf<orv::vistelMemLeak>();
- *     auto leak = std::make_shared<orv::vistelMemLeak>();
- *     std::string error;
- *     if (!fillStruct(layout, nlohmann::json{{"name", "FeatureNode"}}, leak.get(), &error)) ...
+ *     for (const Field& field : layout) printf("%s %s\n", field.name, typeName(field).c_str());
+ *
+ * RecordJson.h fills a structure from JSON through these tables; KindRegistry.h says which table
+ * each kind's record uses.
  *
  * Fields are reached through accessors, never through offsetof (the records are polymorphic)
  * nor through typed references (the V2 snapshot record is packed, so its 32-bit fields are
