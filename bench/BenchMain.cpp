@@ -1,0 +1,275 @@
+// vistel_bench: runs every benchmark of the library, then prints the table of figures, each
+// beside its floor. Any Google Benchmark flag may be given; the defaults below come first, so
+// a flag on the command line wins (e.g. --benchmark_repetitions=1 for a quick look).
+#include <android/log.h>
+#include <benchmark/benchmark.h>
+
+#include <cmath>
+#include <cstdio>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace vistel_bench {
+
+namespace {
+
+using Run = benchmark::BenchmarkReporter::Run;
+
+// Repetitions run interleaved, so that a burst of load from other work on the machine falls on
+// different benchmarks each time, and each figure is the best of them: on a shared machine
+// other work only ever adds time, so the best run is the one closest to the code's own cost.
+const char* const kDefaultFlags[] = {
+        "--benchmark_repetitions=5",
+        "--benchmark_enable_random_interleaving=true",
+};
+
+enum class Field { kCpuNs, kRealNs, kCounter };
+
+// One number taken from the runs: the best of a field over the repetitions of one benchmark
+// (its name as registered, "/"-joined with its arguments) run on `threads` threads. Costs are
+// best when lowest, rates when highest.
+struct Quantity {
+    std::string run;
+    Field field;
+    const char* counter = nullptr;  // kCounter only
+    int threads = 1;
+    double perIteration = 1;  // records per iteration, to turn a batch's time into a record's
+    bool higherIsBetter = false;
+};
+
+// Records per iteration of the end-to-end, reporter and service benchmarks.
+constexpr double kBatch = 256;
+
+struct Figure {
+    std::string label;
+    const char* unit;
+    Quantity value;
+    std::optional<Quantity> floor;  // none: the target column says what is expected
+    const char* target;
+};
+
+Quantity cpu(const std::string& run) {
+    return {run, Field::kCpuNs};
+}
+
+Quantity wall(const std::string& run) {
+    return {run, Field::kRealNs};
+}
+
+Quantity counter(const std::string& run, const char* name) {
+    return {run, Field::kCounter, name};
+}
+
+Quantity latency(const std::string& run, const char* percentile, int threads) {
+    return {run, Field::kCounter, percentile, threads};
+}
+
+Quantity endToEndRate(const std::string& run) {
+    return {run, Field::kCounter, "items_per_second", 1, 1, true};
+}
+
+Quantity perRecordCpu(const std::string& run) {
+    return {run, Field::kCpuNs, nullptr, 1, kBatch};
+}
+
+const Figure kFigures[] = {
+        {"reportMsgImpl, caller CPU, workers busy", "ns", cpu("BM_ReportMsgImpl"),
+         cpu("BM_EnqueueFloor"), "<= 1.25"},
+        {"  heap blocks per call", "", counter("BM_ReportMsgImpl", "allocations_per_call"),
+         counter("BM_EnqueueFloor", "allocations_per_call"), ""},
+        {"reportMsgImpl waking a sleeping worker", "ns", wall("BM_ReportMsgImplWake"),
+         wall("BM_EnqueueFloorWake"), ""},
+        {"limiter decision, 1 key", "ns", cpu("BM_LimiterDecision/1"), cpu("BM_LimiterDecision/1"),
+         ""},
+        {"limiter decision, 1,000 keys", "ns", cpu("BM_LimiterDecision/1000"),
+         cpu("BM_LimiterDecision/1"), "log growth"},
+        {"limiter decision, 100,000 keys", "ns", cpu("BM_LimiterDecision/100000"),
+         cpu("BM_LimiterDecision/1"), "<= 3"},
+        {"  shuffled keys, 1,000 keys", "ns", cpu("BM_LimiterDecisionShuffled/1000"),
+         cpu("BM_LimiterDecision/1"), ""},
+        {"  shuffled keys, 100,000 keys", "ns", cpu("BM_LimiterDecisionShuffled/100000"),
+         cpu("BM_LimiterDecision/1"), ""},
+        {"limiter heap per key, 8-char key", "B",
+         counter("BM_LimiterBytesPerKey/8", "bytes_per_key"),
+         counter("BM_LimiterBytesPerKey/8", "expected_bytes_per_key"), "node only"},
+        {"limiter heap per key, 24-char key", "B",
+         counter("BM_LimiterBytesPerKey/24", "bytes_per_key"),
+         counter("BM_LimiterBytesPerKey/24", "expected_bytes_per_key"), "node + text"},
+        {"heap kept per record, keys repeating: vistel", "B",
+         counter("BM_SteadyMemory/vistel_mem_leak", "held_bytes_per_record"), std::nullopt, "0"},
+        {"heap kept per record, keys repeating: ovrix", "B",
+         counter("BM_SteadyMemory/ovrix_mem_threshold", "held_bytes_per_record"), std::nullopt, "0"},
+};
+
+// Shows the console output as usual (only the aggregates when a benchmark was repeated) and
+// keeps every repetition for the table.
+class SummaryReporter : public benchmark::ConsoleReporter {
+  public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        std::vector<Run> shown;
+        for (const Run& run : runs) {
+            if (run.run_type == Run::RT_Aggregate || run.repetitions <= 1) shown.push_back(run);
+            if (run.run_type == Run::RT_Iteration && !run.error_occurred) mRuns.push_back(run);
+        }
+        if (!shown.empty()) ConsoleReporter::ReportRuns(shown);
+    }
+
+    std::optional<double> best(const Quantity& q) const {
+        std::optional<double> found;
+        for (const Run& run : mRuns) {
+            if (nameOf(run) != q.run || run.threads != q.threads) continue;
+            std::optional<double> v = fieldOf(run, q);
+            if (!v) continue;
+            double value = *v / q.perIteration;
+            if (!found || (q.higherIsBetter ? value > *found : value < *found)) found = value;
+        }
+        return found;
+    }
+
+  private:
+    static std::string nameOf(const Run& run) {
+        const benchmark::BenchmarkName& name = run.run_name;
+        return name.args.empty() ? name.function_name : name.function_name + "/" + name.args;
+    }
+
+    static std::optional<double> fieldOf(const Run& run, const Quantity& q) {
+        const double toNs = 1e9 / benchmark::GetTimeUnitMultiplier(run.time_unit);
+        switch (q.field) {
+            case Field::kCpuNs:
+                return run.GetAdjustedCPUTime() * toNs;
+            case Field::kRealNs:
+                return run.GetAdjustedRealTime() * toNs;
+            case Field::kCounter: {
+                auto counter = run.counters.find(q.counter);
+                if (counter == run.counters.end()) return std::nullopt;
+                return counter->second.value;
+            }
+        }
+        return std::nullopt;
+    }
+
+    std::vector<Run> mRuns;
+};
+
+std::string formatValue(std::optional<double> value) {
+    if (!value) return "n/a";
+    char text[32];
+    std::snprintf(text, sizeof(text), std::fabs(*value) >= 100 ? "%.0f" : "%.2f", *value);
+    return text;
+}
+
+void printFigure(const SummaryReporter& results, const Figure& f) {
+    std::optional<double> value = results.best(f.value);
+    std::optional<double> floor = f.floor ? results.best(*f.floor) : std::nullopt;
+    std::string ratio = value && floor && *floor != 0 ? formatValue(*value / *floor) : "";
+    std::printf("%-50s %12s %6s %12s %7s  %s\n", f.label.c_str(), formatValue(value).c_str(),
+                f.unit, f.floor ? formatValue(floor).c_str() : "", ratio.c_str(), f.target);
+}
+
+// The caller's wall-clock percentiles, reportMsgImpl against the bare task.
+void printLatencyFigures(const SummaryReporter& results) {
+    const std::pair<const char*, const char*> kPercentiles[] = {
+            {"p50", "p50_ns"}, {"p99", "p99_ns"}, {"p99.9", "p999_ns"}};
+    for (int producers : {1, 4, 8}) {
+        for (const auto& [percentile, counter] : kPercentiles) {
+            std::string label = std::string("caller latency ") + percentile + ", " +
+                                std::to_string(producers) + " producer" + (producers > 1 ? "s" : "");
+            printFigure(results,
+                        {label, "ns", latency("BM_ReportMsgImplLatency", counter, producers),
+                         latency("BM_EnqueueFloorLatency", counter, producers), ""});
+        }
+    }
+}
+
+// The two reporters measured end to end and the loggers they were measured with.
+const char* const kWorkloads[] = {"vistel_mem_leak", "ovrix_mem_threshold"};
+const char* const kEndToEndSinks[] = {"noop_logger", "default_logger"};
+
+// Records per second through the manager, then the CPU each record took there against the
+// same reporter called directly (no dispatch).
+void printEndToEndFigures(const SummaryReporter& results) {
+    for (const char* workload : kWorkloads) {
+        for (const char* sink : kEndToEndSinks) {
+            const std::string run = std::string(workload) + "/" + sink;
+            printFigure(results, {"end to end, " + run, "rec/s", endToEndRate("BM_EndToEnd/" + run),
+                                  std::nullopt, ""});
+            printFigure(results, {"  CPU per record vs direct call", "ns",
+                                  perRecordCpu("BM_EndToEnd/" + run),
+                                  perRecordCpu("BM_Reporter/" + run), ""});
+        }
+    }
+}
+
+void printFigures(const SummaryReporter& results) {
+    std::printf("\n%-50s %12s %6s %12s %7s  %s\n", "figure (best of repetitions)", "measured",
+                "unit", "floor", "ratio", "target");
+    for (const Figure& f : kFigures) printFigure(results, f);
+    printEndToEndFigures(results);
+    printLatencyFigures(results);
+}
+
+// Where a record's CPU goes, from four measurements of the same records: through the manager
+// (process CPU, workers included), the reporter called directly with the sink and with logging
+// off, and the service taking the finished event.
+void printSplit(const SummaryReporter& results, const char* workload, const char* sink) {
+    auto perRecord = [&](const std::string& run) { return results.best(perRecordCpu(run)); };
+    const std::string name = workload;
+    std::optional<double> total = perRecord("BM_EndToEnd/" + name + "/" + sink);
+    std::optional<double> direct = perRecord("BM_Reporter/" + name + "/" + sink);
+    std::optional<double> silent = perRecord("BM_Reporter/" + name + "/log_off");
+    std::optional<double> service = perRecord("BM_Service/" + name);
+    if (!total || !direct || !silent || !service) {
+        std::printf("%-38s (incomplete)\n", (name + ", " + sink).c_str());
+        return;
+    }
+    const std::pair<const char*, double> parts[] = {
+            {"dispatch", *total - *direct},
+            {"reporter", *silent - *service},
+            {"service", *service},
+            {"logging", *direct - *silent},
+    };
+    std::printf("%-38s %7.0f ns:", (name + ", " + sink).c_str(), *total);
+    for (const auto& [part, ns] : parts) {
+        std::printf("  %s %.0f (%.0f%%)", part, ns, 100.0 * ns / *total);
+    }
+    std::printf("\n");
+}
+
+}  // namespace
+
+}  // namespace vistel_bench
+
+int main(int argc, char** argv) {
+    std::vector<char*> args = {argv[0]};
+    for (const char* flag : vistel_bench::kDefaultFlags) args.push_back(const_cast<char*>(flag));
+    args.insert(args.end(), argv + 1, argv + argc);
+    int count = static_cast<int>(args.size());
+    benchmark::Initialize(&count, args.data());
+    if (benchmark::ReportUnrecognizedArguments(count, args.data())) return 1;
+
+    vistel_bench::SummaryReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+
+    vistel_bench::printFigures(reporter);
+    std::printf(
+            "\nCPU per record, split (process CPU through the manager; host service stand-ins)\n");
+    for (const char* workload : vistel_bench::kWorkloads) {
+        for (const char* sink : vistel_bench::kEndToEndSinks) {
+            vistel_bench::printSplit(reporter, workload, sink);
+        }
+    }
+    std::printf(
+            "\nCaller figures are the calling thread's CPU time; latencies are wall-clock per "
+            "call.\nThe default logger's stderr goes to /dev/null while it runs. Load average at "
+            "start: %.1f\n",
+            benchmark::CPUInfo::Get().load_avg.empty() ? 0.0
+                                                       : benchmark::CPUInfo::Get().load_avg[0]);
+    std::fflush(stdout);
+    // The manager's tear-down lines at exit are no part of the figures.
+    __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
+    return 0;
+}

@@ -1,0 +1,48 @@
+#!/bin/sh
+# Instructions per record on the dispatch path, counted by callgrind: the same figures on any
+# machine, however loaded, so a change to the dispatch path can be compared before and after.
+#
+#   bench/dispatch-instructions.sh [build-dir]      (default: build/default)
+#
+# Runs BM_EnqueueFloor and BM_ReportMsgImpl under callgrind and prints, per call, what the
+# caller executes (reportMsgImpl against the bare enqueue) and what a worker executes to run
+# and release the task. Needs valgrind (make deps installs it).
+set -eu
+
+build=${1:-build/default}
+bench=$build/bench/vistel_bench
+[ -x "$bench" ] || { echo "$bench not built" >&2; exit 1; }
+out=$(mktemp /tmp/vistel-dispatch.XXXXXX)
+trap 'rm -f "$out" "$out.tree"' EXIT
+
+valgrind --tool=callgrind --callgrind-out-file="$out" "$bench" \
+    --benchmark_filter='BM_(ReportMsgImpl|EnqueueFloor)$' --benchmark_repetitions=1 \
+    --benchmark_min_time=0.01 >/dev/null 2>&1
+callgrind_annotate --tree=calling "$out" >"$out.tree" 2>/dev/null
+
+# Every call edge reads "<instructions> (<share>)  >   <callee> (<calls>x)"; sum them per callee
+# and print instructions per call for the callees matching each pattern.
+awk '
+function report(label, pattern,    name, ir, calls) {
+    ir = 0; calls = 0
+    for (name in inclusive) if (name ~ pattern) { ir += inclusive[name]; calls += count[name] }
+    if (calls > 0) printf "%-44s %8.0f instructions  (%d calls)\n", label, ir / calls, calls
+    else printf "%-44s %8s\n", label, "n/a"
+}
+/^ *[0-9,]+ \([^)]*\) +> / {
+    line = $0
+    ir = $1; gsub(",", "", ir)
+    calls = line; sub(/.*\(/, "", calls); sub(/x\).*/, "", calls); gsub(",", "", calls)
+    name = line; sub(/^ *[0-9,]+ \([^)]*\) +> +/, "", name); sub(/ \([0-9,]+x\).*$/, "", name)
+    inclusive[name] += ir; count[name] += calls
+}
+END {
+    floor = "QorThreadManager::enqueue<vistel_bench::"
+    handler = "QorThreadManager::enqueue<std::function<int"
+    report("caller: reportMsgImpl", "orv::VistelManager::reportMsgImpl\\(")
+    report("caller: enqueue floor (bare task)", "^[^ ]*std::future<.*> " floor)
+    report("worker: run the record task", "_Function_handler<void \\(\\), " handler ".*_M_invoke")
+    report("worker: run the bare task", "_Function_handler<void \\(\\), " floor ".*_M_invoke")
+    report("worker: release the record task", "_Function_handler<void \\(\\), " handler ".*_M_manager")
+    report("worker: release the bare task", "_Function_handler<void \\(\\), " floor ".*_M_manager")
+}' "$out.tree"
