@@ -45,10 +45,25 @@ struct ServiceState {
     int paramFailureResult = vistelhost::kInjectedParamFailure;
 };
 
-// Never destroyed: clients call in from pool workers that may outlive static destructors.
+// Never destroyed: clients call in from pool workers that may outlive static destructors. Built in
+// the library's own storage rather than on the heap, so that an unloaded library leaves nothing
+// behind (see releaseOnUnload).
 ServiceState& state() {
-    static ServiceState* const sState = new ServiceState;
+    alignas(ServiceState) static unsigned char sStorage[sizeof(ServiceState)];
+    static ServiceState* const sState = new (sStorage) ServiceState;
     return *sState;
+}
+
+// The last dlclose() unmaps the library and with it the only pointer to what the state holds, so
+// release that here. The state itself stays usable, only empty: at process exit this runs while
+// pool workers may still call in.
+__attribute__((destructor)) void releaseOnUnload() {
+    ServiceState& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    for (const EventObject* object : s.liveObjects) delete object;
+    s.liveObjects = decltype(s.liveObjects)();
+    s.sent = decltype(s.sent)();
+    s.calls = decltype(s.calls)();
 }
 
 // Returns the flag and clears it.
