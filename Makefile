@@ -21,7 +21,8 @@ PRESETS := default asan tsan arm64
 # Where the preset build folders go: the presets' own build/<preset> unless told otherwise, e.g.
 # `make test BUILD_ROOT=build/mine` on a machine shared with other engineers.
 BUILD_ROOT ?= build
-# Two jobs at most, as the build and test presets say.
+# Two jobs at most, as the build and test presets say. The options are spelled out rather than
+# taken from the presets, whose folder cannot be changed from the command line.
 JOBS := 2
 HOST_BIN := $(BUILD_ROOT)/default
 
@@ -45,7 +46,7 @@ $(addprefix configure-,$(PRESETS)): configure-%:
 $(addprefix build-,$(PRESETS)): build-%: configure-%
 	$(CMAKE) --build $(BUILD_ROOT)/$* --parallel $(JOBS)
 $(addprefix test-,$(PRESETS)): test-%: build-%
-	ctest --preset $* --test-dir $(BUILD_ROOT)/$*
+	ctest --test-dir $(BUILD_ROOT)/$* --parallel $(JOBS) --output-on-failure --no-tests=error
 
 configure-default configure-asan configure-tsan: deps-host
 configure-arm64: deps-arm64
