@@ -36,12 +36,8 @@ struct Quantity {
     Field field;
     const char* counter = nullptr;  // kCounter only
     int threads = 1;
-    double perIteration = 1;  // records per iteration, to turn a batch's time into a record's
     bool higherIsBetter = false;
 };
-
-// Records per iteration of the end-to-end, reporter and service benchmarks.
-constexpr double kBatch = 256;
 
 struct Figure {
     std::string label;
@@ -55,7 +51,8 @@ Quantity cpu(const std::string& run) {
     return {run, Field::kCpuNs};
 }
 
-Quantity wall(const std::string& run) {
+// What a benchmark timed itself (UseManualTime): its real time is that time.
+Quantity manualTime(const std::string& run) {
     return {run, Field::kRealNs};
 }
 
@@ -68,11 +65,7 @@ Quantity latency(const std::string& run, const char* percentile, int threads) {
 }
 
 Quantity endToEndRate(const std::string& run) {
-    return {run, Field::kCounter, "items_per_second", 1, 1, true};
-}
-
-Quantity perRecordCpu(const std::string& run) {
-    return {run, Field::kCpuNs, nullptr, 1, kBatch};
+    return {run, Field::kCounter, "items_per_second", 1, true};
 }
 
 const Figure kFigures[] = {
@@ -80,8 +73,8 @@ const Figure kFigures[] = {
          cpu("BM_EnqueueFloor"), "<= 1.25"},
         {"  heap blocks per call", "", counter("BM_ReportMsgImpl", "allocations_per_call"),
          counter("BM_EnqueueFloor", "allocations_per_call"), ""},
-        {"reportMsgImpl waking a sleeping worker", "ns", wall("BM_ReportMsgImplWake"),
-         wall("BM_EnqueueFloorWake"), ""},
+        {"reportMsgImpl waking a worker, caller CPU", "ns", manualTime("BM_ReportMsgImplWake"),
+         manualTime("BM_EnqueueFloorWake"), ""},
         {"limiter decision, 1 key", "ns", cpu("BM_LimiterDecision/1"), cpu("BM_LimiterDecision/1"),
          ""},
         {"limiter decision, 1,000 keys", "ns", cpu("BM_LimiterDecision/1000"),
@@ -117,14 +110,24 @@ class SummaryReporter : public benchmark::ConsoleReporter {
         if (!shown.empty()) ConsoleReporter::ReportRuns(shown);
     }
 
+    // The repetition of `run` with the lowest `counter`, for figures that must come from one run.
+    const Run* bestRun(const std::string& run, const char* counter) const {
+        const Run* found = nullptr;
+        for (const Run& r : mRuns) {
+            if (nameOf(r) != run || r.counters.count(counter) == 0) continue;
+            if (!found || r.counters.at(counter).value < found->counters.at(counter).value) {
+                found = &r;
+            }
+        }
+        return found;
+    }
+
     std::optional<double> best(const Quantity& q) const {
         std::optional<double> found;
         for (const Run& run : mRuns) {
             if (nameOf(run) != q.run || run.threads != q.threads) continue;
             std::optional<double> v = fieldOf(run, q);
-            if (!v) continue;
-            double value = *v / q.perIteration;
-            if (!found || (q.higherIsBetter ? value > *found : value < *found)) found = value;
+            if (v && (!found || (q.higherIsBetter ? *v > *found : *v < *found))) found = v;
         }
         return found;
     }
@@ -161,12 +164,16 @@ std::string formatValue(std::optional<double> value) {
     return text;
 }
 
-void printFigure(const SummaryReporter& results, const Figure& f) {
-    std::optional<double> value = results.best(f.value);
-    std::optional<double> floor = f.floor ? results.best(*f.floor) : std::nullopt;
+void printRow(const std::string& label, std::optional<double> value, const char* unit,
+              std::optional<double> floor, const char* target) {
     std::string ratio = value && floor && *floor != 0 ? formatValue(*value / *floor) : "";
-    std::printf("%-50s %12s %6s %12s %7s  %s\n", f.label.c_str(), formatValue(value).c_str(),
-                f.unit, f.floor ? formatValue(floor).c_str() : "", ratio.c_str(), f.target);
+    std::printf("%-50s %12s %6s %12s %7s  %s\n", label.c_str(), formatValue(value).c_str(), unit,
+                floor ? formatValue(floor).c_str() : "", ratio.c_str(), target);
+}
+
+void printFigure(const SummaryReporter& results, const Figure& f) {
+    printRow(f.label, results.best(f.value), f.unit,
+             f.floor ? results.best(*f.floor) : std::nullopt, f.target);
 }
 
 // The caller's wall-clock percentiles, reportMsgImpl against the bare task.
@@ -189,16 +196,20 @@ const char* const kWorkloads[] = {"vistel_mem_leak", "ovrix_mem_threshold"};
 const char* const kEndToEndSinks[] = {"noop_logger", "default_logger"};
 
 // Records per second through the manager, then the CPU each record took there against the
-// same reporter called directly (no dispatch).
+// same reporter called directly (no dispatch), both from the same repetition of BM_Split.
 void printEndToEndFigures(const SummaryReporter& results) {
     for (const char* workload : kWorkloads) {
         for (const char* sink : kEndToEndSinks) {
             const std::string run = std::string(workload) + "/" + sink;
             printFigure(results, {"end to end, " + run, "rec/s", endToEndRate("BM_EndToEnd/" + run),
                                   std::nullopt, ""});
-            printFigure(results, {"  CPU per record vs direct call", "ns",
-                                  perRecordCpu("BM_EndToEnd/" + run),
-                                  perRecordCpu("BM_Reporter/" + run), ""});
+            const Run* split = results.bestRun("BM_Split/" + run, "end_to_end_ns");
+            std::optional<double> cpu, direct;
+            if (split) {
+                cpu = split->counters.at("end_to_end_ns").value;
+                direct = split->counters.at("direct_ns").value;
+            }
+            printRow("  CPU per record vs direct call", cpu, "ns", direct, "");
         }
     }
 }
@@ -211,29 +222,27 @@ void printFigures(const SummaryReporter& results) {
     printLatencyFigures(results);
 }
 
-// Where a record's CPU goes, from four measurements of the same records: through the manager
-// (process CPU, workers included), the reporter called directly with the sink and with logging
-// off, and the service taking the finished event.
+// Where a record's CPU goes, from the repetition of BM_Split that took the least through the
+// manager. Its five ways of taking the same records differ by one part each.
 void printSplit(const SummaryReporter& results, const char* workload, const char* sink) {
-    auto perRecord = [&](const std::string& run) { return results.best(perRecordCpu(run)); };
-    const std::string name = workload;
-    std::optional<double> total = perRecord("BM_EndToEnd/" + name + "/" + sink);
-    std::optional<double> direct = perRecord("BM_Reporter/" + name + "/" + sink);
-    std::optional<double> silent = perRecord("BM_Reporter/" + name + "/log_off");
-    std::optional<double> service = perRecord("BM_Service/" + name);
-    if (!total || !direct || !silent || !service) {
-        std::printf("%-38s (incomplete)\n", (name + ", " + sink).c_str());
+    const std::string run = std::string(workload) + "/" + sink;
+    const Run* split = results.bestRun("BM_Split/" + run, "end_to_end_ns");
+    if (split == nullptr) {
+        std::printf("%-38s n/a\n", run.c_str());
         return;
     }
+    auto ns = [split](const char* counter) { return split->counters.at(counter).value; };
+    const double total = ns("end_to_end_ns");
     const std::pair<const char*, double> parts[] = {
-            {"dispatch", *total - *direct},
-            {"reporter", *silent - *service},
-            {"service", *service},
-            {"logging", *direct - *silent},
+            {"dispatch", total - ns("side_by_side_ns")},
+            {"contention", ns("side_by_side_ns") - ns("direct_ns")},
+            {"reporter", ns("direct_log_off_ns") - ns("service_ns")},
+            {"service", ns("service_ns")},
+            {"logging", ns("direct_ns") - ns("direct_log_off_ns")},
     };
-    std::printf("%-38s %7.0f ns:", (name + ", " + sink).c_str(), *total);
-    for (const auto& [part, ns] : parts) {
-        std::printf("  %s %.0f (%.0f%%)", part, ns, 100.0 * ns / *total);
+    std::printf("%-38s %7.0f ns:", run.c_str(), total);
+    for (const auto& [part, partNs] : parts) {
+        std::printf("  %s %.0f (%.0f%%)", part, partNs, 100.0 * partNs / total);
     }
     std::printf("\n");
 }

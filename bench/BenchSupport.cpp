@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <new>
+#include <optional>
 
 namespace vistel_bench {
 
@@ -135,6 +136,18 @@ ScopedLogSink::~ScopedLogSink() {
         dup2(mSavedStderr, STDERR_FILENO);
         close(mSavedStderr);
     }
+}
+
+namespace {
+std::optional<ScopedLogSink> gRunLogSink;
+}  // namespace
+
+void setRunLogSink(LogSink sink) {
+    gRunLogSink.emplace(sink);
+}
+
+void restoreRunLogSink() {
+    gRunLogSink.reset();
 }
 
 int64_t loggedLines() {

@@ -58,6 +58,11 @@ class ScopedLogSink {
     int mSavedStderr = -1;
 };
 
+// The sink of a benchmark run on several threads, whose scope no one thread spans: set from the
+// benchmark's Setup hook and restored from its Teardown hook, once nothing logs any more.
+void setRunLogSink(LogSink sink);
+void restoreRunLogSink();
+
 // Lines the kCounted sink has received since the process started.
 int64_t loggedLines();
 

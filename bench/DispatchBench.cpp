@@ -5,20 +5,19 @@
 //   BM_<call>         every worker is held busy, so nothing competes for the queue and nobody
 //                     waits to be woken: the caller's own work, which the ratio target is about;
 //   BM_<call>Wake     every worker is asleep, so each call also wakes one, as a sporadic camera
-//                     report does;
+//                     report does: the caller's CPU per call;
 //   BM_<call>Latency  1, 4 and 8 producers calling freely while the workers run the tasks: the
 //                     percentiles of each call's wall-clock time.
 #include <QorThreadManager.h>
 #include <VistelManager.h>
 #include <benchmark/benchmark.h>
+#include <time.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <future>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -44,27 +43,41 @@ QorThreadManager* pool() {
 }
 
 // ---- The two calls compared ----
+// Each call is handed a record the camera thread made beforehand, as camera code does, so the
+// record's reference count starts on the caller's core. The bare task carries none. Never
+// inlined into the loops, so that dispatch-instructions.sh finds each as a call of its own.
 
-void enqueueBareTask() {
+using Record = std::shared_ptr<orv::VistelEventBase>;
+
+[[gnu::noinline]] void enqueueBareTask(const Record&) {
     pool()->enqueue([] { return 0; });
 }
 
-// Kind 18: its handler logs two lines (filtered out here) and answers 0. Each producer thread
-// reports its own record, as camera threads do, so they do not share one reference count.
-void reportCheapRecord() {
-    thread_local const std::shared_ptr<orv::VistelEventBase> record =
-            std::make_shared<orv::vistelAlgoProcessTimeoutDumpSystrace>();
+[[gnu::noinline]] void reportRecord(const Record& record) {
     orv::VistelManager::GetInstance()->reportMsgImpl(record);
 }
 
+// Kind 18: its handler logs two lines (filtered out here) and answers 0.
+Record makeRecord() {
+    return std::make_shared<orv::vistelAlgoProcessTimeoutDumpSystrace>();
+}
+
+std::vector<Record> makeRecords(size_t count) {
+    std::vector<Record> records(count);
+    std::generate(records.begin(), records.end(), makeRecord);
+    return records;
+}
+
+using Call = void (*)(const Record&);
+
 struct DispatchCall {
     const char* name;
-    void (*call)();
+    Call call;
 };
 
 const DispatchCall kCalls[] = {
         {"EnqueueFloor", enqueueBareTask},
-        {"ReportMsgImpl", reportCheapRecord},
+        {"ReportMsgImpl", reportRecord},
 };
 
 // ---- Pool settings ----
@@ -94,40 +107,56 @@ class WorkerHold {
 
 // Heap blocks one call takes, on whichever thread, counted over calls the workers have run.
 // The queue's own storage adds one block per 512 bytes of queued tasks.
-double allocationsPerCall(void (*call)()) {
+double allocationsPerCall(Call call) {
     constexpr int kCalls = 1024;
+    std::vector<Record> records = makeRecords(kCalls);
     pool()->waitIdle();
     AllocationWindow window;
-    for (int i = 0; i < kCalls; ++i) call();
+    for (const Record& record : records) call(record);
     pool()->waitIdle();
     return static_cast<double>(window.allocations()) / kCalls;
 }
 
-void measureHeld(benchmark::State& state, void (*call)()) {
+void measureHeld(benchmark::State& state, Call call) {
     ScopedLogSink logOff(LogSink::kOff);
     state.counters["allocations_per_call"] = allocationsPerCall(call);
+    std::vector<Record> records = makeRecords(kHeldCalls);
     auto hold = std::make_unique<WorkerHold>();
-    int64_t calls = 0;
+    size_t next = 0;
     for (auto _ : state) {
-        call();
-        if (++calls % kHeldCalls == 0) {
+        call(records[next]);
+        if (++next == records.size()) {
             state.PauseTiming();
             hold.reset();  // the workers drain the queue before the next hold
+            records = makeRecords(kHeldCalls);
             hold = std::make_unique<WorkerHold>();
+            next = 0;
             state.ResumeTiming();
         }
     }
 }
 
-// Per call, wall-clock: the waiting for the workers to go back to sleep is not counted.
-void measureWake(benchmark::State& state, void (*call)()) {
+// How long one call on a fresh record takes by `clock`, in nanoseconds.
+int64_t timeOneCall(Call call, clockid_t clock) {
+    Record record = makeRecord();
+    timespec start{};
+    timespec end{};
+    clock_gettime(clock, &start);
+    call(record);
+    clock_gettime(clock, &end);
+    return (end.tv_sec - start.tv_sec) * kNanosPerSecond + (end.tv_nsec - start.tv_nsec);
+}
+
+// The calling thread's own CPU per call, the wake-up's system call included. Wall-clock time
+// would also count the moments the woken worker takes this thread's core, which on a machine
+// with fewer cores than threads it often does. Waiting for the workers to go back to sleep
+// between calls is not counted.
+void measureWake(benchmark::State& state, Call call) {
     ScopedLogSink logOff(LogSink::kOff);
     for (auto _ : state) {
         pool()->waitIdle();
-        auto start = std::chrono::steady_clock::now();
-        call();
-        state.SetIterationTime(
-                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        int64_t ns = timeOneCall(call, CLOCK_THREAD_CPUTIME_ID);
+        state.SetIterationTime(static_cast<double>(ns) / kNanosPerSecond);
     }
     pool()->waitIdle();
 }
@@ -157,20 +186,16 @@ void reportPercentiles(benchmark::State& state, LatencySamples& all, std::vector
     state.counters["p999_ns"] = percentile(0.999);
 }
 
-// The log sink of a run on several threads, held from before the first thread starts until the
-// workers have finished the last record.
-std::optional<ScopedLogSink> gRunLogSink;
-
 void logOffForRun(const benchmark::State&) {
-    gRunLogSink.emplace(LogSink::kOff);
+    setRunLogSink(LogSink::kOff);
 }
 
 void restoreLogAfterRun(const benchmark::State&) {
-    pool()->waitIdle();
-    gRunLogSink.reset();
+    pool()->waitIdle();  // the workers may still be running the last records
+    restoreRunLogSink();
 }
 
-void measureLatency(benchmark::State& state, void (*call)()) {
+void measureLatency(benchmark::State& state, Call call) {
     static LatencySamples samples;
     if (state.thread_index() == 0) {
         // The other threads only touch the samples after the loop, behind the start barrier.
@@ -181,11 +206,8 @@ void measureLatency(benchmark::State& state, void (*call)()) {
     mine.reserve(static_cast<size_t>(state.max_iterations));
     int64_t calls = 0;
     for (auto _ : state) {
-        auto start = std::chrono::steady_clock::now();
-        call();
-        auto elapsed = std::chrono::steady_clock::now() - start;
-        mine.push_back(std::chrono::duration_cast<std::chrono::nanoseconds>(elapsed).count());
-        state.SetIterationTime(std::chrono::duration<double>(elapsed).count());
+        mine.push_back(timeOneCall(call, CLOCK_MONOTONIC));
+        state.SetIterationTime(static_cast<double>(mine.back()) / kNanosPerSecond);
         if (++calls % kBacklogCheckPeriod == 0 && pool()->pendingTasks() > kBacklogHigh) {
             while (pool()->pendingTasks() > kBacklogLow) std::this_thread::yield();
         }

@@ -1,12 +1,12 @@
-// Records per second from reportMsgImpl until the service holds the event, and the parts of a
-// record's cost: the same reporter called directly (reporter, service and logging, no dispatch)
-// and the service alone, each under the log sinks that separate formatting from writing.
+// Records per second from reportMsgImpl until the service holds the event, where a record's CPU
+// goes on the way, and what the process keeps per record.
 #include <OvrixEvent.h>
 #include <QorThreadManager.h>
 #include <VistelClient.h>
 #include <VistelHostService.h>
 #include <VistelManager.h>
 #include <benchmark/benchmark.h>
+#include <time.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -25,8 +25,8 @@ namespace {
 using orv::VistelManager;
 using Records = std::vector<std::shared_ptr<orv::VistelEventBase>>;
 
-// Records per timed batch: enough that the pauses between batches (checking, resetting the
-// services' memory of what they received) cost nothing per record.
+// Records per batch: enough that the pauses between batches (checking, resetting the services'
+// memory of what they received) cost nothing per record.
 constexpr size_t kBatch = 256;
 
 VistelManager* manager() {
@@ -38,11 +38,11 @@ VistelManager* manager() {
 // A Vistel reporter: one memory leak event, five parameters by index. Every record of a batch
 // names its own node, so the limiter lets all of them through; the clock moves an hour between
 // batches, so the same keys pass again and the limiter's maps stop growing after the first.
-Records memLeakRecords(size_t count) {
+Records memLeakRecords(size_t count, size_t firstKey) {
     Records records;
     for (size_t i = 0; i < count; ++i) {
         auto record = std::make_shared<orv::vistelMemLeak>();
-        std::snprintf(record->name, sizeof(record->name), "FeatureNode.stage.%04zu", i);
+        std::snprintf(record->name, sizeof(record->name), "FeatureNode.stage.%06zu", firstKey + i);
         std::snprintf(record->secondName, sizeof(record->secondName), "ion");
         record->value1 = 4096;
         record->value2 = static_cast<int32_t>(i);
@@ -54,7 +54,7 @@ Records memLeakRecords(size_t count) {
 
 // An Ovrix reporter with nested arrays: memory over threshold, never rate-limited, with one
 // sub-event per process.
-Records memThresholdRecords(size_t count) {
+Records memThresholdRecords(size_t count, size_t /*firstKey*/) {
     static const char* const kProcesses[] = {"camerahalserver", "cameraserver", "com.vendor.camera",
                                              "surfaceflinger"};
     Records records;
@@ -112,7 +112,8 @@ std::function<void()> resendLastOvrixEvent() {
 
 struct Workload {
     const char* name;
-    Records (*makeRecords)(size_t count);
+    // `count` records; where records carry a limiter key, keys firstKey, firstKey + 1, ...
+    Records (*makeRecords)(size_t count, size_t firstKey);
     VistelManager::HandlerMethod handler;
     size_t (*eventsReceived)();
     std::function<void()> (*resendLastEvent)();
@@ -135,19 +136,100 @@ void startOver() {
     advanceClockSeconds(kHourSeconds);
 }
 
-// Runs `deliver(records)` once per iteration on a batch of the workload's records and checks
-// that every record was reported (deliver answers true) and received exactly once.
-template <typename Deliver>
-void runBatches(benchmark::State& state, const Workload& workload, const Records& records,
-                Deliver deliver) {
+// Delivers a batch of records one way or another; false when a reporter refused a record.
+using Delivery = std::function<bool(const Records&)>;
+
+// Whether the service received each of `records` exactly once since the last start; starts
+// over either way.
+bool receivedEach(const Workload& workload, const Records& records) {
+    bool each = workload.eventsReceived() == records.size();
     startOver();
+    return each;
+}
+
+// Reports every record through the manager and waits until the last reporter has returned.
+// Waiting for the pool to go idle rather than on each future in turn: a thread that sleeps on
+// every future makes each reporter's result a wake-up, which a camera thread never asks for.
+bool dispatchAll(const Records& records) {
+    std::vector<std::future<int>> results;
+    results.reserve(records.size());
+    for (const auto& record : records) results.push_back(manager()->reportMsgImpl(record));
+    QorThreadManager::GetInstance()->waitIdle();
+    int failures = 0;
+    for (std::future<int>& result : results) failures += result.get() != 0;
+    return failures == 0;
+}
+
+Delivery callDirectly(const Workload& workload) {
+    return [&workload](const Records& records) {
+        int failures = 0;
+        for (const auto& record : records) failures += (manager()->*workload.handler)(record) != 0;
+        return failures == 0;
+    };
+}
+
+// The reporter called directly on as many threads as the manager's pool has workers, each on
+// its share of the records: reporters side by side, as the pool runs them, without handing
+// over each record. What this adds to a direct call is the waiting on the locks concurrent
+// reporters share (the limiter's, the services', the log's).
+Delivery callSideBySide(const Workload& workload) {
+    static QorThreadManager helpers(QorThreadManager::kDefaultWorkerCount);
+    return [&workload](const Records& records) {
+        const size_t shares = helpers.workerCount();
+        std::vector<std::future<int>> failures;
+        for (size_t share = 0; share < shares; ++share) {
+            failures.push_back(helpers.enqueue([&workload, &records, share, shares] {
+                int failed = 0;
+                for (size_t i = share; i < records.size(); i += shares) {
+                    failed += (manager()->*workload.handler)(records[i]) != 0;
+                }
+                return failed;
+            }));
+        }
+        int failed = 0;
+        for (std::future<int>& f : failures) failed += f.get();
+        return failed == 0;
+    };
+}
+
+// The service alone, taking again the event the reporter built for the first record.
+Delivery resendToService(const Workload& workload, const Records& records) {
+    ScopedLogSink logOff(LogSink::kOff);
+    startOver();
+    (manager()->*workload.handler)(records.front());
+    std::function<void()> resend = workload.resendLastEvent();
+    startOver();
+    if (!resend) return [](const Records&) { return false; };
+    return [resend](const Records& batch) {
+        for (size_t i = 0; i < batch.size(); ++i) resend();
+        return true;
+    };
+}
+
+// Lines the library logs per record: one batch through the manager, counted.
+double linesPerRecord(const Workload& workload, const Records& records) {
+    ScopedLogSink counted(LogSink::kCounted);
+    int64_t before = loggedLines();
+    dispatchAll(records);
+    receivedEach(workload, records);
+    return static_cast<double>(loggedLines() - before) / static_cast<double>(records.size());
+}
+
+// ---- Benchmarks ----
+
+// Records per second through the manager until the service has each event: wall-clock rate,
+// and the CPU of every thread of the process.
+void BM_EndToEnd(benchmark::State& state, const Workload& workload, LogSink sink) {
+    const Records records = workload.makeRecords(kBatch, 0);
+    startOver();
+    state.counters["log_lines_per_record"] = linesPerRecord(workload, records);
+    ScopedLogSink logSink(sink);
     for (auto _ : state) {
-        bool reported = deliver(records);
+        bool reported = dispatchAll(records);
         state.PauseTiming();
-        size_t received = workload.eventsReceived();
-        startOver();
+        bool received = receivedEach(workload, records);
         state.ResumeTiming();
-        if (!reported || received != records.size()) {
+        if (!reported || !received) {
             state.SkipWithError("a record was refused, dropped or doubled");
             break;
         }
@@ -155,64 +237,48 @@ void runBatches(benchmark::State& state, const Workload& workload, const Records
     state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(records.size()));
 }
 
-// Reports every record through the manager and waits until the last reporter has returned.
-// Waiting for the pool to go idle rather than on each future in turn: a thread that sleeps on
-// every future makes each reporter's result a wake-up, which a camera thread never asks for.
-int dispatchAll(const Records& records, std::vector<std::future<int>>& results) {
-    results.clear();
-    for (const auto& record : records) results.push_back(manager()->reportMsgImpl(record));
-    QorThreadManager::GetInstance()->waitIdle();
-    int failures = 0;
-    for (std::future<int>& result : results) failures += result.get() != 0;
-    return failures;
+int64_t processCpuNs() {
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<int64_t>(now.tv_sec) * kNanosPerSecond + now.tv_nsec;
 }
 
-// Lines the library logs per record: one batch through the manager, counted.
-double linesPerRecord(const Records& records) {
-    ScopedLogSink counted(LogSink::kCounted);
-    std::vector<std::future<int>> results;
+// Where a record's CPU goes. Each iteration takes the same batch five ways in turn, each timed
+// by the CPU of the whole process: through the manager; side by side on the pool's number of
+// threads; directly on this thread with the sink; directly with logging off; and the finished
+// event to the service alone. Taken in turn, a burst of load from elsewhere on the machine
+// falls on all five alike, so their differences (the dispatch, the contention between
+// concurrent reporters, the logging, the reporter's own work) hold up.
+void BM_Split(benchmark::State& state, const Workload& workload, LogSink sink) {
+    const Records records = workload.makeRecords(kBatch, 0);
+    struct Way {
+        const char* counter;
+        LogSink sink;
+        Delivery deliver;
+        int64_t cpuNs;
+    };
+    Way ways[] = {
+            {"end_to_end_ns", sink, dispatchAll, 0},
+            {"side_by_side_ns", sink, callSideBySide(workload), 0},
+            {"direct_ns", sink, callDirectly(workload), 0},
+            {"direct_log_off_ns", LogSink::kOff, callDirectly(workload), 0},
+            {"service_ns", LogSink::kOff, resendToService(workload, records), 0},
+    };
     startOver();
-    int64_t before = loggedLines();
-    dispatchAll(records, results);
-    return static_cast<double>(loggedLines() - before) / static_cast<double>(records.size());
-}
-
-void BM_EndToEnd(benchmark::State& state, const Workload& workload, LogSink sink) {
-    const Records records = workload.makeRecords(kBatch);
-    state.counters["log_lines_per_record"] = linesPerRecord(records);
-    ScopedLogSink logSink(sink);
-    std::vector<std::future<int>> results;
-    results.reserve(records.size());
-    runBatches(state, workload, records,
-               [&](const Records& batch) { return dispatchAll(batch, results) == 0; });
-}
-
-// The reporter on the benchmark's own thread: the record's cost without the dispatch.
-void BM_Reporter(benchmark::State& state, const Workload& workload, LogSink sink) {
-    const Records records = workload.makeRecords(kBatch);
-    ScopedLogSink logSink(sink);
-    runBatches(state, workload, records, [&](const Records& batch) {
-        int failures = 0;
-        for (const auto& record : batch) failures += (manager()->*workload.handler)(record) != 0;
-        return failures == 0;
-    });
-}
-
-// The service alone, taking the event the reporter built for the first record.
-void BM_Service(benchmark::State& state, const Workload& workload) {
-    const Records records = workload.makeRecords(kBatch);
-    ScopedLogSink logOff(LogSink::kOff);
-    startOver();
-    (manager()->*workload.handler)(records.front());
-    std::function<void()> resend = workload.resendLastEvent();
-    if (!resend) {
-        state.SkipWithError("the reporter sent nothing to copy");
-        return;
+    for (auto _ : state) {
+        for (Way& way : ways) {
+            ScopedLogSink logSink(way.sink);
+            int64_t start = processCpuNs();
+            bool reported = way.deliver(records);
+            way.cpuNs += processCpuNs() - start;
+            if (!receivedEach(workload, records) || !reported) {
+                state.SkipWithError("a record was refused, dropped or doubled");
+                return;
+            }
+        }
     }
-    runBatches(state, workload, records, [&](const Records& batch) {
-        for (size_t i = 0; i < batch.size(); ++i) resend();
-        return true;
-    });
+    const double sent = static_cast<double>(state.iterations()) * records.size();
+    for (const Way& way : ways) state.counters[way.counter] = way.cpuNs / sent;
 }
 
 // Heap the process keeps per record once every key has been seen: the records go through the
@@ -220,19 +286,18 @@ void BM_Service(benchmark::State& state, const Workload& workload) {
 // library, the pool or the limiter kept shows up here.
 void BM_SteadyMemory(benchmark::State& state, const Workload& workload) {
     constexpr int kRounds = 40;
-    const Records records = workload.makeRecords(kBatch);
+    const Records records = workload.makeRecords(kBatch, 0);
     ScopedLogSink logOff(LogSink::kOff);
-    std::vector<std::future<int>> results;
-    results.reserve(records.size());
     int64_t bytes = 0;
     int64_t allocations = 0;
+    bool allReceived = true;
     for (auto _ : state) {
-        dispatchAll(records, results);  // the first round records every key
-        startOver();
+        dispatchAll(records);  // records every key
+        allReceived = receivedEach(workload, records);
         AllocationWindow window;
         for (int round = 0; round < kRounds; ++round) {
-            dispatchAll(records, results);
-            startOver();
+            dispatchAll(records);
+            allReceived = receivedEach(workload, records) && allReceived;
         }
         bytes = window.heldBytes();
         allocations = window.allocations();
@@ -240,26 +305,21 @@ void BM_SteadyMemory(benchmark::State& state, const Workload& workload) {
     const double sent = static_cast<double>(kRounds * records.size());
     state.counters["held_bytes_per_record"] = static_cast<double>(bytes) / sent;
     state.counters["allocations_per_record"] = static_cast<double>(allocations) / sent;
+    if (!allReceived) state.SkipWithError("a record was refused, dropped or doubled");
     if (vistelhost::liveObjects() != 0) state.SkipWithError("a Vistel event object leaked");
 }
 
 [[maybe_unused]] const bool kRegistered = [] {
-    constexpr LogSink kEndToEndSinks[] = {LogSink::kNoop, LogSink::kDefault};
-    constexpr LogSink kReporterSinks[] = {LogSink::kOff, LogSink::kNoop, LogSink::kDefault};
     for (const Workload& w : kWorkloads) {
         const std::string name = w.name;
-        for (LogSink sink : kEndToEndSinks) {
+        for (LogSink sink : {LogSink::kNoop, LogSink::kDefault}) {
+            const std::string run = name + "/" + logSinkName(sink);
             // Process CPU time counts the workers too; real time gives the rate.
-            benchmark::RegisterBenchmark(("BM_EndToEnd/" + name + "/" + logSinkName(sink)).c_str(),
-                                         BM_EndToEnd, w, sink)
+            benchmark::RegisterBenchmark(("BM_EndToEnd/" + run).c_str(), BM_EndToEnd, w, sink)
                     ->MeasureProcessCPUTime()
                     ->UseRealTime();
+            benchmark::RegisterBenchmark(("BM_Split/" + run).c_str(), BM_Split, w, sink);
         }
-        for (LogSink sink : kReporterSinks) {
-            benchmark::RegisterBenchmark(("BM_Reporter/" + name + "/" + logSinkName(sink)).c_str(),
-                                         BM_Reporter, w, sink);
-        }
-        benchmark::RegisterBenchmark(("BM_Service/" + name).c_str(), BM_Service, w);
         benchmark::RegisterBenchmark(("BM_SteadyMemory/" + name).c_str(), BM_SteadyMemory, w)
                 ->Iterations(1);
     }

@@ -5,8 +5,10 @@
 #   bench/dispatch-instructions.sh [build-dir]      (default: build/default)
 #
 # Runs BM_EnqueueFloor and BM_ReportMsgImpl under callgrind and prints, per call, what the
-# caller executes (reportMsgImpl against the bare enqueue) and what a worker executes to run
-# and release the task. Needs valgrind (make deps installs it).
+# caller executes (one report against one bare task, as the benchmarks make them) and what a
+# worker executes to run and release the task. Whoever drops the last reference to a task's
+# shared state frees it, so a few frees move between caller and worker from run to run.
+# Needs valgrind (make deps installs it).
 set -eu
 
 build=${1:-build/default}
@@ -39,8 +41,10 @@ function report(label, pattern,    name, ir, calls) {
 END {
     floor = "QorThreadManager::enqueue<vistel_bench::"
     handler = "QorThreadManager::enqueue<std::function<int"
-    report("caller: reportMsgImpl", "orv::VistelManager::reportMsgImpl\\(")
-    report("caller: enqueue floor (bare task)", "^[^ ]*std::future<.*> " floor)
+    own = "^[^ ]*:vistel_bench::\\(anonymous namespace\\)::"
+    report("caller: one report (reportRecord)", own "reportRecord\\(.*\\)$")
+    report("  of which reportMsgImpl", "^[^ ]*:orv::VistelManager::reportMsgImpl\\(")
+    report("caller: one bare task (enqueueBareTask)", own "enqueueBareTask\\(.*\\)$")
     report("worker: run the record task", "_Function_handler<void \\(\\), " handler ".*_M_invoke")
     report("worker: run the bare task", "_Function_handler<void \\(\\), " floor ".*_M_invoke")
     report("worker: release the record task", "_Function_handler<void \\(\\), " handler ".*_M_manager")

@@ -5,6 +5,9 @@
 #include <QorThreadManager.h>
 #include <safeclib/safe_mem_lib.h>
 
+#include <map>
+#include <type_traits>
+
 #include "VistelLibLoader.h"
 #include "VistelLog.h"
 
@@ -21,6 +24,17 @@ struct Registration {
     VistelEvent kind;
     VistelManager::HandlerMethod handler;
 };
+
+// The member function each registered kind's handler calls. Every queued record carries a copy
+// of its handler; a handler holding the member-function pointer itself (16 bytes) beside the
+// manager's address would not fit std::function's inline buffer, and each copy would take a
+// heap block of its own. Pointing at the entry here keeps a handler at two plain pointers.
+// Filled while the manager is built; never destroyed, because tasks still queued at exit keep
+// their copies of the handlers. Map nodes never move.
+std::map<VistelEvent, VistelManager::HandlerMethod>& handlerMethods() {
+    static auto* const sMethods = new std::map<VistelEvent, VistelManager::HandlerMethod>();
+    return *sMethods;
+}
 
 }  // namespace
 
@@ -107,9 +121,14 @@ void VistelManager::registerFunction(VistelEvent event, HandlerMethod func) {
         VLOGE("%s() registered failed with existed key:%d", __func__, event);
         return;
     }
-    mFuncMap[event] = [this, func](std::shared_ptr<VistelEventBase> record) {
-        return (this->*func)(std::move(record));
+    const HandlerMethod* method = &handlerMethods().emplace(event, func).first->second;
+    auto handler = [this, method](std::shared_ptr<VistelEventBase> record) {
+        return (this->**method)(std::move(record));
     };
+    static_assert(sizeof(handler) <= 2 * sizeof(void*) &&
+                          std::is_trivially_copyable_v<decltype(handler)>,
+                  "a handler must fit std::function's inline buffer: it is copied per record");
+    mFuncMap[event] = handler;
     VLOGI("%s() registered ok eventId:%d", __func__, event);
 }
 
@@ -124,7 +143,9 @@ std::future<int> VistelManager::reportMsgImpl(std::shared_ptr<VistelEventBase> e
         VLOGE("%s() unknown event:%d, skip handling", __func__, kind);
         return {};
     }
-    return mThreadManager->enqueue(handler->second, event);
+    // The task takes over this call's reference: the caller's copy was made for it, and a
+    // second copy would cost two more atomic updates shared with the worker that drops it.
+    return mThreadManager->enqueue(handler->second, std::move(event));
 }
 
 }  // namespace orv
