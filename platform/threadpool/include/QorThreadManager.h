@@ -99,6 +99,10 @@ auto QorThreadManager::enqueue(F&& f, Args&&... args)
                 return std::apply(fn, std::move(boundArgs));
             });
     std::future<Result> result = task->get_future();
+    // Wrapped before the lock is taken, so the lock covers only the append. The queue entry
+    // holds the only reference to the task: the caller never ends up destroying a task that a
+    // worker has already run.
+    std::function<void()> run = [task = std::move(task)] { (*task)(); };
     {
         std::lock_guard<std::mutex> lock(mQueueMutex);
         // The flag is only ever set by stop(), at shutdown or in a test, so this line never
@@ -107,7 +111,7 @@ auto QorThreadManager::enqueue(F&& f, Args&&... args)
             __android_log_print(ANDROID_LOG_ERROR, QOR_THREAD_MANAGER_LOG_TAG,
                                 "enqueue on stopped QorThreadManager");
         }
-        mTasks.push_back([task] { (*task)(); });
+        mTasks.push_back(std::move(run));
     }
     mCondition.notify_one();
     return result;
