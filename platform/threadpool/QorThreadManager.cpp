@@ -1,12 +1,52 @@
 #include "QorThreadManager.h"
 
+#include <unistd.h>
+
+#include <cstdlib>
+
+namespace {
+
+// The pool whose task the calling thread is running, if any.
+thread_local const QorThreadManager* tRunningTaskOf = nullptr;
+
+// The process that armed the exit hook; a child forked later inherits the hook, not the workers.
+pid_t gExitHookPid = 0;
+
+}  // namespace
+
 QorThreadManager* QorThreadManager::GetInstance() {
     // Deliberately leaked and never joined. Clients hold the pointer for the life of the
     // process and tasks may still be queued while static destructors run at exit; a pool that
     // outlives them all keeps its mutex, condition variables and threads valid until the
     // process is gone, and leaked std::thread objects never reach std::terminate.
-    static QorThreadManager* const sInstance = new QorThreadManager(kDefaultWorkerCount);
+    static QorThreadManager* const sInstance = [] {
+        auto* pool = new QorThreadManager(kDefaultWorkerCount);
+        pool->mStopsAtExit = true;
+        return pool;
+    }();
     return sInstance;
+}
+
+void QorThreadManager::armExitHook() {
+    if (!mStopsAtExit) return;
+    // Clients are built before they queue work (the telemetry manager, a function-local
+    // static, is complete before its first report), so a hook armed at the first task is
+    // registered after their destructors and runs before them.
+    static std::once_flag armed;
+    std::call_once(armed, [] {
+        gExitHookPid = getpid();
+        atexit([] { GetInstance()->stopAtExit(); });
+    });
+}
+
+void QorThreadManager::stopAtExit() {
+    if (getpid() != gExitHookPid) return;
+    std::unique_lock<std::mutex> lock(mQueueMutex);
+    mStop = true;
+    mAbandonQueue = true;
+    // exit() called from one of this pool's own tasks: that task is running, and stays so.
+    const size_t exitingTask = tRunningTaskOf == this ? 1 : 0;
+    mIdleCondition.wait(lock, [this, exitingTask] { return mRunningTasks == exitingTask; });
 }
 
 QorThreadManager::QorThreadManager(size_t workerCount) {
@@ -48,7 +88,9 @@ size_t QorThreadManager::pendingTasks() {
 void QorThreadManager::workerLoop() {
     std::unique_lock<std::mutex> lock(mQueueMutex);
     for (;;) {
-        mCondition.wait(lock, [this] { return mStop || !mTasks.empty(); });
+        // Once the process is exiting, workers park here for good: the queue is abandoned, and
+        // a thread that stays blocked is no leak of a finished thread left unjoined.
+        mCondition.wait(lock, [this] { return !mAbandonQueue && (mStop || !mTasks.empty()); });
         if (mTasks.empty()) {
             return;  // stopping, and everything queued before stop() has been run
         }
@@ -56,13 +98,16 @@ void QorThreadManager::workerLoop() {
         mTasks.pop_front();
         ++mRunningTasks;
         lock.unlock();
+        tRunningTaskOf = this;
         task();
         // Release what the task captured (the caller's record, among others) before taking the
         // lock again, so its destructor never runs under the queue mutex.
         task = nullptr;
+        tRunningTaskOf = nullptr;
         lock.lock();
         --mRunningTasks;
-        if (mRunningTasks == 0 && mTasks.empty()) {
+        // Once stopping, every finished task may be the one stopAtExit() waits for.
+        if ((mRunningTasks == 0 && mTasks.empty()) || mStop) {
             mIdleCondition.notify_all();
         }
     }

@@ -75,6 +75,12 @@ class __attribute__((visibility("default"))) QorThreadManager {
 
   private:
     void workerLoop();
+    // Shared pool only, at its first task: has stopAtExit() run when the process exits. Armed
+    // after the clients that queue work were built, it runs before their static destructors.
+    void armExitHook();
+    // The process is exiting: no task starts any more, and the running ones are waited for, so
+    // none is still at work while its client is destroyed. Queued tasks never run.
+    void stopAtExit();
 
     std::vector<std::thread> mWorkers;  // written only by the constructor and stop()
 
@@ -83,6 +89,8 @@ class __attribute__((visibility("default"))) QorThreadManager {
     std::condition_variable mIdleCondition;    // the pool may have become idle
     std::deque<std::function<void()>> mTasks;  // guarded by mQueueMutex
     bool mStop = false;                        // guarded by mQueueMutex
+    bool mAbandonQueue = false;                // guarded by mQueueMutex; set at exit
+    bool mStopsAtExit = false;                 // the shared pool; set before it is published
     size_t mRunningTasks = 0;                  // guarded by mQueueMutex
 };
 
@@ -114,5 +122,6 @@ auto QorThreadManager::enqueue(F&& f, Args&&... args)
         mTasks.push_back(std::move(run));
     }
     mCondition.notify_one();
+    armExitHook();
     return result;
 }

@@ -1,0 +1,98 @@
+// The whole manager in a process whose service library lacks one of its eleven entry points (the
+// ctest entry's LD_LIBRARY_PATH says which): the camera keeps working, and every kind, dispatched
+// as usual, answers with its not-initialised result, logs why once and reports nothing.
+#include <KindRegistry.h>
+#include <OvrixEvent.h>
+#include <VistelManager.h>
+#include <gtest/gtest.h>
+#include <orvlog.h>
+
+#include <cstdio>
+#include <string>
+
+#include "LogCapture.h"
+
+namespace vistel_test {
+namespace {
+
+using orv::VistelEvent;
+
+enum class ErrorLine {
+    kNone,
+    kInitFailed,  // "<handler>() error: init failed"
+    kNotValid,    // "<handler>() error: event=<record address>, inited=0 not valid"
+};
+
+struct Refusal {
+    VistelEvent kind;
+    int result;
+    ErrorLine error;
+};
+
+// The kinds that do not answer -1 with "init failed".
+const Refusal kExceptions[] = {
+        // Trace requests of time-outs are skipped before any check.
+        {orv::kEventAlgoProcessTimeoutDumpSystrace, 0, ErrorLine::kNone},
+        {orv::kEventMemoryExceedThreshold, -1, ErrorLine::kNotValid},
+        {orv::kEventMemoryAllocTimeout, -1, ErrorLine::kNotValid},
+        {orv::kEventDailyTempRise, -1, ErrorLine::kNotValid},
+        {orv::kEventScanMsg, -2, ErrorLine::kInitFailed},
+};
+
+Refusal refusalOf(VistelEvent kind) {
+    for (const Refusal& refusal : kExceptions) {
+        if (refusal.kind == kind) return refusal;
+    }
+    return {kind, -1, ErrorLine::kInitFailed};
+}
+
+// The body ends so; the temperature report puts its qualified name and line before it.
+std::string errorEnding(ErrorLine error, const char* handler, const void* record) {
+    if (error == ErrorLine::kInitFailed) return std::string(handler) + "() error: init failed";
+    char address[32];
+    snprintf(address, sizeof(address), "%p", record);
+    return std::string(handler) + "() error: event=" + address + ", inited=0 not valid";
+}
+
+bool endsWith(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() &&
+           text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+TEST(NotInitialisedTest, EveryKindRefusesAndReportsNothing) {
+    LogCapture log;
+    orv::VistelManager* manager = orv::VistelManager::GetInstance();
+    ASSERT_TRUE(log.has(ANDROID_LOG_ERROR, "Init", "Init() VistelLibLoader::getInstance failed"));
+
+    for (const vistel_tools::KindInfo& info : vistel_tools::kinds()) {
+        SCOPED_TRACE(info.handler);
+        log.clear();
+        ovrixhost::reset();
+        orvloghost::reset();
+        vistel_tools::RecordInstance instance = info.make();
+        const Refusal refusal = refusalOf(info.kind);
+
+        std::future<int> result = manager->reportMsgImpl(instance.record);
+        ASSERT_TRUE(result.valid());
+        EXPECT_EQ(result.get(), refusal.result);
+
+        std::vector<LogLine> errors;
+        for (const LogLine& line : log.lines()) {
+            if (line.priority >= ANDROID_LOG_ERROR) errors.push_back(line);
+        }
+        if (refusal.error == ErrorLine::kNone) {
+            EXPECT_TRUE(errors.empty());
+        } else {
+            ASSERT_EQ(errors.size(), 1u) << "one error line, from the handler";
+            EXPECT_EQ(errors[0].function, info.handler);
+            EXPECT_TRUE(endsWith(errors[0].body,
+                                 errorEnding(refusal.error, info.handler, instance.record.get())))
+                    << errors[0].body;
+        }
+        EXPECT_TRUE(ovrixhost::reported().empty());
+        EXPECT_TRUE(orvloghost::jankPrints().empty());
+    }
+}
+
+}  // namespace
+}  // namespace vistel_test
