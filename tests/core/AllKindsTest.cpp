@@ -1,5 +1,6 @@
 // Every kind reaches its own handler, with the service bound and (in a second process, whose
-// environment sets VISTEL_SERVICE=absent) without it.
+// environment sets VISTEL_SERVICE=absent and names no folder with the service library) without
+// it, where the camera must keep working.
 #include <VistelManager.h>
 #include <gtest/gtest.h>
 
@@ -24,6 +25,28 @@ int notInitialisedResult(orv::VistelEvent kind) {
     if (kind == orv::kEventScanMsg) return -2;
     if (kind == orv::kEventAlgoProcessTimeoutDumpSystrace) return 0;
     return -1;
+}
+
+// Defined first so that it builds the manager and sees the start-up lines: without the service
+// the manager still registers every handler, and each primitive refuses with its own line.
+TEST(AllKindsTest, WithoutTheServiceTheManagerBuildsAndPrimitivesRefuse) {
+    if (!serviceAbsent()) GTEST_SKIP() << "needs a process without the service library";
+    LogCapture log;
+    orv::VistelManager* manager = orv::VistelManager::GetInstance();
+    EXPECT_TRUE(log.has(ANDROID_LOG_ERROR, "Init", "Init() VistelLibLoader::getInstance failed"));
+    EXPECT_EQ(log.withBody("registerFunction() registered ok eventId:31").size(), 1u);
+    log.clear();
+    void* eventObj = nullptr;
+    EXPECT_EQ(manager->createEvent(918000000, eventObj), -1);
+    EXPECT_EQ(manager->setEventParam(eventObj, 0, 1), -1);
+    EXPECT_EQ(manager->SetEventParam(eventObj, "iso", 1L, orv::TYPE_INT), -1);
+    EXPECT_EQ(manager->sendEvent(eventObj), -1);
+    std::vector<std::string> bodies;
+    for (const LogLine& line : log.lines()) bodies.push_back(line.body);
+    EXPECT_EQ(bodies, (std::vector<std::string>{"createEvent() error: mLibLoader is NULL",
+                                                "setEventParam() error: mLibLoader is NULL",
+                                                "SetEventParam() error: input ptr is NULL",
+                                                "sendEvent() error: mLibLoader is NULL"}));
 }
 
 TEST(AllKindsTest, EachKindReachesItsOwnHandler) {

@@ -1,12 +1,13 @@
 // White-box tests of the loader, linked straight from the library's objects. The ctest entry's
 // environment says which service library the process can find: VISTEL_SERVICE is "present",
 // "absent", or the name of the one symbol the service found lacks.
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <string>
 
 #include "LogCapture.h"
 #include "VistelLibLoader.h"
-#include <gtest/gtest.h>
 
 namespace vistel_test {
 namespace {
@@ -18,53 +19,38 @@ std::string serviceSetup() {
     return value ? value : "present";
 }
 
-class LoaderTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        if (serviceSetup() != "present") GTEST_SKIP() << "needs the service library";
-    }
-    LogCapture mLog;
-};
-
-TEST_F(LoaderTest, LastReferenceUnloads) {
+// Bound once for all references; the last release unloads, and the next reference binds anew.
+TEST(LoaderTest, LastReferenceUnloads) {
+    if (serviceSetup() != "present") GTEST_SKIP() << "needs the service library";
+    LogCapture log;
     VistelLibLoader* first = VistelLibLoader::getInstance();
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(VistelLibLoader::getInstance(), first);
-    EXPECT_EQ(mLog.withBody("enter loadFuns()").size(), 1u) << "bound once for both references";
-    EXPECT_EQ(mLog.withBody("enter getInstance(), getInstance successfully.").size(), 2u);
+    EXPECT_EQ(log.withBody("enter loadFuns()").size(), 1u);
+    EXPECT_EQ(log.withBody("enter getInstance(), getInstance successfully.").size(), 2u);
 
     VistelLibLoader::destroyInstance();
     EXPECT_NE(first->LINK_Vistel_Send_Event, nullptr) << "one reference left, still bound";
-    EXPECT_TRUE(mLog.withBody("enter unloadFuns()").empty());
+    EXPECT_TRUE(log.withBody("enter unloadFuns()").empty());
+    VistelLibLoader::destroyInstance();
+    EXPECT_EQ(log.withBody("enter unloadFuns()").size(), 1u);
+    EXPECT_EQ(log.withBody("enter setFunsToDefault()").size(), 1u);
 
-    VistelLibLoader::destroyInstance();
-    EXPECT_EQ(mLog.withBody("enter unloadFuns()").size(), 1u);
-    EXPECT_EQ(mLog.withBody("enter setFunsToDefault()").size(), 1u);
+    VistelLibLoader::destroyInstance();  // gone: further releases do nothing
+    log.clear();
+    VistelLibLoader* again = VistelLibLoader::getInstance();
+    ASSERT_NE(again, nullptr);
+    EXPECT_EQ(log.withBody("enter loadFuns()").size(), 1u);
 
-    // Gone: further releases do nothing, and the next reference binds from the start.
-    VistelLibLoader::destroyInstance();
-    VistelLibLoader::destroyInstance();
-    mLog.clear();
-    ASSERT_NE(VistelLibLoader::getInstance(), nullptr);
-    EXPECT_EQ(mLog.withBody("enter loadFuns()").size(), 1u);
-    VistelLibLoader::destroyInstance();
-}
-
-TEST_F(LoaderTest, DefaultsClearOnlyTheFiveUnnamedEntries) {
-    VistelLibLoader* loader = VistelLibLoader::getInstance();
-    ASSERT_NE(loader, nullptr);
-    loader->setFunsToDefault();
-    EXPECT_EQ(loader->LINK_Vistel_Create_EventObj, nullptr);
-    EXPECT_EQ(loader->LINK_Vistel_Set_Param, nullptr);
-    EXPECT_EQ(loader->LINK_Vistel_Set_Time, nullptr);
-    EXPECT_EQ(loader->LINK_Vistel_Send_Event, nullptr);
-    EXPECT_EQ(loader->LINK_Vistel_Destroy_EventObj, nullptr);
-    EXPECT_NE(loader->LINK_Vistel_Set_Param_Integer_V2, nullptr);
-    EXPECT_NE(loader->LINK_Vistel_Set_Param_Float_V2, nullptr);
-    EXPECT_NE(loader->LINK_Vistel_Set_Param_String_V2, nullptr);
-    EXPECT_NE(loader->LINK_Vistel_Fill_Array_Param_Integer_V2, nullptr);
-    EXPECT_NE(loader->LINK_Vistel_Fill_Array_Param_Float_V2, nullptr);
-    EXPECT_NE(loader->LINK_Vistel_Fill_Array_Param_String_V2, nullptr);
+    // The defaults clear the five unnamed entries and leave the six named ones as they are.
+    VistelLibLoader& l = *again;
+    l.setFunsToDefault();
+    EXPECT_TRUE(!l.LINK_Vistel_Create_EventObj && !l.LINK_Vistel_Set_Param &&
+                !l.LINK_Vistel_Set_Time && !l.LINK_Vistel_Send_Event &&
+                !l.LINK_Vistel_Destroy_EventObj);
+    EXPECT_TRUE(l.LINK_Vistel_Set_Param_Integer_V2 && l.LINK_Vistel_Set_Param_Float_V2 &&
+                l.LINK_Vistel_Set_Param_String_V2 && l.LINK_Vistel_Fill_Array_Param_Integer_V2 &&
+                l.LINK_Vistel_Fill_Array_Param_Float_V2 && l.LINK_Vistel_Fill_Array_Param_String_V2);
     VistelLibLoader::destroyInstance();
 }
 
@@ -72,6 +58,12 @@ TEST_F(LoaderTest, DefaultsClearOnlyTheFiveUnnamedEntries) {
 TEST(LoaderFailureTest, FailsCleanlyAndRetries) {
     const std::string setup = serviceSetup();
     if (setup == "present") GTEST_SKIP() << "needs a broken service setup";
+    std::vector<std::string> expected;
+    if (setup != "absent") {
+        expected = {"enter loadFuns()", "exit loadFuns(). failed to load " + setup,
+                    "enter setFunsToDefault()"};
+    }
+    expected.push_back("getInstance(), getInstance failed.");
     LogCapture log;
     for (int attempt = 0; attempt < 2; ++attempt) {
         log.clear();
@@ -80,17 +72,9 @@ TEST(LoaderFailureTest, FailsCleanlyAndRetries) {
         for (const LogLine& line : log.lines()) {
             if (line.tag == "VistelLibLoader") bodies.push_back(line.body);
         }
-        std::vector<std::string> expected;
-        if (setup != "absent") {
-            expected = {"enter loadFuns()", "exit loadFuns(). failed to load " + setup,
-                        "enter setFunsToDefault()"};
-        }
-        expected.push_back("getInstance(), getInstance failed.");
         EXPECT_EQ(bodies, expected) << "attempt " << attempt;
-        EXPECT_TRUE(log.withBody("enter getInstance(), getInstance successfully.").empty());
     }
-    // Nothing was counted, so a release has nothing to drop.
-    VistelLibLoader::destroyInstance();
+    VistelLibLoader::destroyInstance();  // nothing was counted, so there is nothing to drop
 }
 
 }  // namespace
