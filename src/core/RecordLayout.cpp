@@ -3,7 +3,8 @@
 // compiler: an LP64 target, the 8-byte vtable pointer of VistelEventBase first, natural
 // alignment everywhere except the byte-packed snapshot V2 record and its vistelPerfItem. The
 // HAL is built separately from the same header, so a field that moves, grows or changes type
-// breaks the build here, on x86_64 and on arm64 alike, instead of garbling reports in the field.
+// breaks the library's build, on x86_64, on arm64 and in the device tree alike, instead of
+// garbling reports in the field. Nothing here generates code.
 //
 // Only the records holding standard containers depend on the C++ library: libstdc++ here,
 // libc++ on the device. Their two columns are anchored by the container sizes checked first.
