@@ -110,16 +110,20 @@ class SummaryReporter : public benchmark::ConsoleReporter {
         if (!shown.empty()) ConsoleReporter::ReportRuns(shown);
     }
 
-    // The repetition of `run` with the lowest `counter`, for figures that must come from one run.
-    const Run* bestRun(const std::string& run, const char* counter) const {
-        const Run* found = nullptr;
+    // The mean of a per-record counter over every record of every repetition of `run`, for
+    // figures whose parts must come from the same records and whose differences the best of a
+    // few runs would make noisy.
+    std::optional<double> meanCounter(const std::string& run, const char* counter) const {
+        double sum = 0;
+        double iterations = 0;
         for (const Run& r : mRuns) {
-            if (nameOf(r) != run || r.counters.count(counter) == 0) continue;
-            if (!found || r.counters.at(counter).value < found->counters.at(counter).value) {
-                found = &r;
-            }
+            auto found = r.counters.find(counter);
+            if (nameOf(r) != run || found == r.counters.end()) continue;
+            sum += found->second.value * static_cast<double>(r.iterations);
+            iterations += static_cast<double>(r.iterations);
         }
-        return found;
+        if (iterations == 0) return std::nullopt;
+        return sum / iterations;
     }
 
     std::optional<double> best(const Quantity& q) const {
@@ -203,13 +207,9 @@ void printEndToEndFigures(const SummaryReporter& results) {
             const std::string run = std::string(workload) + "/" + sink;
             printFigure(results, {"end to end, " + run, "rec/s", endToEndRate("BM_EndToEnd/" + run),
                                   std::nullopt, ""});
-            const Run* split = results.bestRun("BM_Split/" + run, "end_to_end_ns");
-            std::optional<double> cpu, direct;
-            if (split) {
-                cpu = split->counters.at("end_to_end_ns").value;
-                direct = split->counters.at("direct_ns").value;
-            }
-            printRow("  CPU per record vs direct call", cpu, "ns", direct, "");
+            const std::string split = "BM_Split/" + run;
+            printRow("  CPU per record vs direct call", results.meanCounter(split, "end_to_end_ns"),
+                     "ns", results.meanCounter(split, "direct_ns"), "");
         }
     }
 }
@@ -222,23 +222,28 @@ void printFigures(const SummaryReporter& results) {
     printLatencyFigures(results);
 }
 
-// Where a record's CPU goes, from the repetition of BM_Split that took the least through the
-// manager. Its five ways of taking the same records differ by one part each.
+// Where a record's CPU goes, over every repetition of BM_Split: its five ways of taking the
+// same records differ by one part each.
 void printSplit(const SummaryReporter& results, const char* workload, const char* sink) {
     const std::string run = std::string(workload) + "/" + sink;
-    const Run* split = results.bestRun("BM_Split/" + run, "end_to_end_ns");
-    if (split == nullptr) {
-        std::printf("%-38s n/a\n", run.c_str());
-        return;
+    const char* const kWays[] = {"end_to_end_ns", "side_by_side_ns", "direct_ns",
+                                 "direct_log_off_ns", "service_ns"};
+    std::map<std::string, double> ns;
+    for (const char* way : kWays) {
+        std::optional<double> value = results.meanCounter("BM_Split/" + run, way);
+        if (!value) {
+            std::printf("%-38s n/a\n", run.c_str());
+            return;
+        }
+        ns[way] = *value;
     }
-    auto ns = [split](const char* counter) { return split->counters.at(counter).value; };
-    const double total = ns("end_to_end_ns");
+    const double total = ns["end_to_end_ns"];
     const std::pair<const char*, double> parts[] = {
-            {"dispatch", total - ns("side_by_side_ns")},
-            {"contention", ns("side_by_side_ns") - ns("direct_ns")},
-            {"reporter", ns("direct_log_off_ns") - ns("service_ns")},
-            {"service", ns("service_ns")},
-            {"logging", ns("direct_ns") - ns("direct_log_off_ns")},
+            {"dispatch", total - ns["side_by_side_ns"]},
+            {"contention", ns["side_by_side_ns"] - ns["direct_ns"]},
+            {"reporter", ns["direct_log_off_ns"] - ns["service_ns"]},
+            {"service", ns["service_ns"]},
+            {"logging", ns["direct_ns"] - ns["direct_log_off_ns"]},
     };
     std::printf("%-38s %7.0f ns:", run.c_str(), total);
     for (const auto& [part, partNs] : parts) {
@@ -265,7 +270,8 @@ int main(int argc, char** argv) {
 
     vistel_bench::printFigures(reporter);
     std::printf(
-            "\nCPU per record, split (process CPU through the manager; host service stand-ins)\n");
+            "\nCPU per record, split (process CPU, mean of all repetitions; host service "
+            "stand-ins)\n");
     for (const char* workload : vistel_bench::kWorkloads) {
         for (const char* sink : vistel_bench::kEndToEndSinks) {
             vistel_bench::printSplit(reporter, workload, sink);
