@@ -42,7 +42,10 @@ TEST(AllKindsTest, WithoutTheServiceTheManagerBuildsAndPrimitivesRefuse) {
     EXPECT_EQ(manager->SetEventParam(eventObj, "iso", 1L, orv::TYPE_INT), -1);
     EXPECT_EQ(manager->sendEvent(eventObj), -1);
     std::vector<std::string> bodies;
-    for (const LogLine& line : log.lines()) bodies.push_back(line.body);
+    for (const LogLine& line : log.lines()) {
+        EXPECT_EQ(line.priority, ANDROID_LOG_ERROR) << line.body;
+        bodies.push_back(line.body);
+    }
     EXPECT_EQ(bodies, (std::vector<std::string>{"createEvent() error: mLibLoader is NULL",
                                                 "setEventParam() error: mLibLoader is NULL",
                                                 "SetEventParam() error: input ptr is NULL",

@@ -12,7 +12,7 @@ namespace {
 // Threads reporting at once: every report is kept, and written to OVRIX_EVENT_LOG as one whole
 // JSON line with the pairs in put order, nested events in place and texts escaped.
 TEST(OvrixEventTest, ConcurrentReportsAreAllRecordedAsWholeJsonLines) {
-    constexpr size_t kThreads = 8, kReportsPerThread = 50;
+    constexpr size_t kThreads = 8, kReportsPerThread = 200;
     const std::string path = ::testing::TempDir() + "ovrix-events.jsonl";
     remove(path.c_str());
     setenv("OVRIX_EVENT_LOG", path.c_str(), 1);

@@ -80,15 +80,17 @@ TEST(VistelHostServiceTest, SendRecordsWhatWasSetAndArmedFailuresHitTheirCall) {
     EXPECT_EQ(vistelhost::liveObjects(), 0);
 }
 
-// A destroyed object is refused and counted, and never freed twice.
-TEST(VistelHostServiceTest, DestroyedObjectIsRefusedAndCounted) {
+// A failed creation fails that call only. A destroyed object is refused and counted, and never
+// freed twice.
+TEST(VistelHostServiceTest, CreateFailureIsOneShotAndDestroyedObjectIsRefused) {
     vistelhost::reset();
+    vistelhost::failNextCreate();
+    EXPECT_EQ(vistel_create_eventobj(1), nullptr);
     void* event = vistel_create_eventobj(1);
     vistel_destroy_eventobj(event);
     vistel_destroy_eventobj(event);
     EXPECT_EQ(vistel_send_event(event), 0);
-    EXPECT_EQ(vistel_set_param_integer_v2(event, "a", 1), -1);
-    EXPECT_EQ(vistelhost::invalidObjectCalls(), 3);
+    EXPECT_EQ(vistelhost::invalidObjectCalls(), 2);
 }
 
 // Checks which client symbols a library exports: all but `missing` (null: all of them).
