@@ -17,6 +17,20 @@ void destroyEvent(const VistelLibLoader* loader, void*& eventObj) {
     eventObj = nullptr;
 }
 
+// The loader and the object an indexed setter or the send needs; logs what is missing.
+bool haveLoaderAndObject(const char* function, const VistelLibLoader* loader,
+                         const void* eventObj) {
+    if (loader == nullptr) {
+        VISTEL_LOG_AT(ANDROID_LOG_ERROR, function, "%s() error: mLibLoader is NULL", function);
+        return false;
+    }
+    if (eventObj == nullptr) {
+        VISTEL_LOG_AT(ANDROID_LOG_ERROR, function, "%s() error: eventObj is NULL", function);
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 int VistelManager::createEvent(unsigned int eventId, void*& eventObj) const {
@@ -31,14 +45,7 @@ int VistelManager::createEvent(unsigned int eventId, void*& eventObj) const {
 }
 
 int VistelManager::setEventParam(void*& eventObj, unsigned short paramIndex, long value) const {
-    if (mLibLoader == nullptr) {
-        VLOGE("%s() error: mLibLoader is NULL", __func__);
-        return -1;
-    }
-    if (eventObj == nullptr) {
-        VLOGE("%s() error: eventObj is NULL", __func__);
-        return -1;
-    }
+    if (!haveLoaderAndObject(__func__, mLibLoader, eventObj)) return -1;
     int ret = mLibLoader->LINK_Vistel_Set_Param(eventObj, paramIndex, value);
     if (ret == 0) return 0;
     VLOGE("%s() error: LINK_Vistel_Set_Param() failed ret = %d, paramIndex(%d) value(%ld)",
@@ -103,14 +110,7 @@ int VistelManager::SetEventParam(void*& eventObj, const char* paramName, const c
 }
 
 int VistelManager::sendEvent(void*& eventObj) const {
-    if (mLibLoader == nullptr) {
-        VLOGE("%s() error: mLibLoader is NULL", __func__);
-        return -1;
-    }
-    if (eventObj == nullptr) {
-        VLOGE("%s() error: eventObj is NULL", __func__);
-        return -1;
-    }
+    if (!haveLoaderAndObject(__func__, mLibLoader, eventObj)) return -1;
     // Unlike the setters, the service's send answers non-zero on success.
     bool sent = mLibLoader->LINK_Vistel_Send_Event(eventObj) != 0;
     if (!sent) VLOGE("%s() error: LINK_Vistel_Send_Event() failed", __func__);

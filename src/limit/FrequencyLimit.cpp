@@ -239,37 +239,39 @@ bool VistelManager::FrequencyLimit::limitEventOtherTimeoutError(vistelOtherTimeo
 
 // The four self-contained policies log in their own words and at their own levels.
 
-bool VistelManager::FrequencyLimit::LimitDumpSysTraceError() {
-    Decision decision = decideAtomically(mDumpSysTraceTime, kDumpSysTracePeriodS);
+namespace {
+
+// The trace-dump and video policies share their words; the trace-dump policy logs its interval
+// at error level and also logs its first event.
+bool decideWithIntervalLine(std::atomic<long>& last, int32_t periodS, const char* policy,
+                            int intervalPriority, bool logFirst) {
+    Decision decision = decideAtomically(last, periodS);
     switch (decision.outcome) {
         case Outcome::kFirst:
-            VLOGE("init last report ts");
+            if (logFirst) VISTEL_LOG_AT(ANDROID_LOG_ERROR, policy, "init last report ts");
             return false;
         case Outcome::kBackwards:
-            VLOGE("%s() timeStamp < timeRecord", __func__);
+            VISTEL_LOG_AT(ANDROID_LOG_ERROR, policy, "%s() timeStamp < timeRecord", policy);
             return false;
         case Outcome::kPassed:
         case Outcome::kLimited:
-            VLOGE("%s() timeIntervalInS = %d", __func__, decision.intervalS);
+            VISTEL_LOG_AT(intervalPriority, policy, "%s() timeIntervalInS = %d", policy,
+                          decision.intervalS);
             break;
     }
     return decision.outcome == Outcome::kLimited;
 }
 
+}  // namespace
+
+bool VistelManager::FrequencyLimit::LimitDumpSysTraceError() {
+    return decideWithIntervalLine(mDumpSysTraceTime, kDumpSysTracePeriodS, __func__,
+                                  ANDROID_LOG_ERROR, /*logFirst=*/true);
+}
+
 bool VistelManager::FrequencyLimit::limitEventVideoPerf() {
-    Decision decision = decideAtomically(mVideoPerfTime, kVideoPerfPeriodS);
-    switch (decision.outcome) {
-        case Outcome::kFirst:
-            return false;
-        case Outcome::kBackwards:
-            VLOGE("%s() timeStamp < timeRecord", __func__);
-            return false;
-        case Outcome::kPassed:
-        case Outcome::kLimited:
-            VLOGI("%s() timeIntervalInS = %d", __func__, decision.intervalS);
-            break;
-    }
-    return decision.outcome == Outcome::kLimited;
+    return decideWithIntervalLine(mVideoPerfTime, kVideoPerfPeriodS, __func__, ANDROID_LOG_INFO,
+                                  /*logFirst=*/false);
 }
 
 bool VistelManager::FrequencyLimit::limitEventBootPerf() {
