@@ -323,7 +323,8 @@ int vistel_send_event(void* obj) {
         return kSendFailed;
     }
     // Outside the lock: file I/O must not hold up the other reporters.
-    hosteventlog::appendLineToEnvFile(kEventLogEnv, vistelhost::toJson(*sent), kLogTag);
+    hosteventlog::appendLineToEnvFile(
+            kEventLogEnv, [&] { return vistelhost::toJson(*sent); }, kLogTag);
     return kSendOk;
 }
 

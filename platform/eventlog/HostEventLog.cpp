@@ -11,7 +11,8 @@
 
 namespace hosteventlog {
 
-void appendLineToEnvFile(const char* envName, const std::string& line, const char* logTag) {
+void appendLineToEnvFile(const char* envName, const std::function<std::string()>& makeLine,
+                         const char* logTag) {
     const char* path = getenv(envName);
     if (path == nullptr || path[0] == '\0') {
         return;
@@ -22,7 +23,7 @@ void appendLineToEnvFile(const char* envName, const std::string& line, const cha
                             strerror(errno));
         return;
     }
-    const std::string record = line + '\n';
+    const std::string record = makeLine() + '\n';
     ssize_t written = TEMP_FAILURE_RETRY(write(fd, record.data(), record.size()));
     if (written != static_cast<ssize_t>(record.size())) {
         __android_log_print(ANDROID_LOG_ERROR, logTag, "short write to %s (%zd of %zu bytes): %s",

@@ -122,7 +122,8 @@ int Report(OvrixEvent& event) {
         std::lock_guard<std::mutex> lock(reportMutex());
         reportedEvents().push_back(event);
     }
-    hosteventlog::appendLineToEnvFile("OVRIX_EVENT_LOG", ovrixhost::toJson(event), kLogTag);
+    hosteventlog::appendLineToEnvFile(
+            "OVRIX_EVENT_LOG", [&] { return ovrixhost::toJson(event); }, kLogTag);
     return 0;
 }
 

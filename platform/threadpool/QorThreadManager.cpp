@@ -28,6 +28,7 @@ QorThreadManager* QorThreadManager::GetInstance() {
 }
 
 void QorThreadManager::armExitHook() {
+    mExitHookArmed.store(true, std::memory_order_relaxed);
     if (!mStopsAtExit) return;
     // Clients are built before they queue work (the telemetry manager, a function-local
     // static, is complete before its first report), so a hook armed at the first task is

@@ -17,6 +17,7 @@
 
 #include <android/log.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -91,6 +92,7 @@ class __attribute__((visibility("default"))) QorThreadManager {
     bool mStop = false;                        // guarded by mQueueMutex
     bool mAbandonQueue = false;                // guarded by mQueueMutex; set at exit
     bool mStopsAtExit = false;                 // the shared pool; set before it is published
+    std::atomic<bool> mExitHookArmed{false};   // armExitHook() has nothing left to do
     size_t mRunningTasks = 0;                  // guarded by mQueueMutex
 };
 
@@ -122,6 +124,7 @@ auto QorThreadManager::enqueue(F&& f, Args&&... args)
         mTasks.push_back(std::move(run));
     }
     mCondition.notify_one();
-    armExitHook();
+    // Checked inline: after the first task this costs one relaxed load per record.
+    if (!mExitHookArmed.load(std::memory_order_relaxed)) armExitHook();
     return result;
 }
