@@ -24,9 +24,6 @@ struct VistelParam {
     static constexpr VistelParam indexed(unsigned short index, long value) {
         return {Form::kIndexed, index, nullptr, TYPE_INT, value, 0.0f, nullptr};
     }
-    static VistelParam indexed(unsigned short index, const char* text) {
-        return indexed(index, reinterpret_cast<long>(text));
-    }
     static constexpr VistelParam integer(const char* name, long value, DATATYPE type = TYPE_INT) {
         return {Form::kInteger, 0, name, type, value, 0.0f, nullptr};
     }
