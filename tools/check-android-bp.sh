@@ -2,9 +2,9 @@
 # Checks Android.bp off-device:
 #  1. bpfmt has nothing to reformat;
 #  2. mini-soong's translation of it builds libc_vistel.so on this host, compiled the way the
-#     device build compiles C++ (no exceptions, no RTTI, warnings as errors) and linked with no
-#     undefined symbol against the host stand-ins of the libraries its shared_libs name, so a
-#     source or a library missing from Android.bp fails here;
+#     device build compiles C++ (no exceptions unless Android.bp turns them on, no RTTI, warnings
+#     as errors) and linked with no undefined symbol against the host stand-ins of the libraries
+#     its shared_libs name, so a source or a library missing from Android.bp fails here;
 #  3. that library exports exactly the symbols of tests/abi/exported-symbols.txt.
 #
 #   tools/check-android-bp.sh <work-dir> <stand-in-lib-dir>...

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <new>
 
+// The loader fills the process-wide tag buffer and prints it, as it always has.
+#define VISTEL_LOG_BUILD_TAG ::g_logGitTag
 #include "VistelLog.h"
 
 namespace orv {
@@ -36,7 +38,7 @@ VistelLibLoader::~VistelLibLoader() = default;
 
 VistelLibLoader* VistelLibLoader::getInstance() {
     // Same eight bytes every time, so the copy needs no lock; its result does not matter.
-    (void)memcpy_s(g_logGitTag, kBuildTagLength, kBuildTag, kBuildTagLength);
+    (void)memcpy_s(::g_logGitTag, kBuildTagLength, kBuildTag, kBuildTagLength);
 
     android::Mutex::Autolock lock(sLock);
     if (sInstance == nullptr) {

@@ -38,6 +38,8 @@ std::map<VistelEvent, VistelManager::HandlerMethod>& handlerMethods() {
 
 }  // namespace
 
+char g_logGitTag[64] = {};
+
 VistelManager* VistelManager::GetInstance() {
     // Built once, under the language's thread-safe guard, and destroyed at exit or unload.
     static VistelManager instance;

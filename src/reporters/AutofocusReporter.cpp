@@ -13,8 +13,8 @@ constexpr unsigned int kSnapshotAfBigdataEventId = 918009001;
 
 }  // namespace
 
-int VistelManager::SendEventSnapshotAfBigdata(std::shared_ptr<VistelEventBase> event) {
-    if (refusedNotInitialised(__func__, mInited)) return -1;
+int VistelManager::SendEventSnapshotAfBigdata(std::shared_ptr<VistelEventBase> event) try {
+    if (refusedNotInitialised(__func__, mInited, event.get())) return -1;
     const auto& record = static_cast<const vistelSnapshotAfBigdata&>(*event);
     // Record order. The names are the service's keys, "Fous" and mixed casing included.
     const VistelParam params[] = {
@@ -53,6 +53,8 @@ int VistelManager::SendEventSnapshotAfBigdata(std::shared_ptr<VistelEventBase> e
     if (sendVistelEvent(*this, kSnapshotAfBigdataEventId, params) != 0) return -1;
     VLOGI("exit %s()", __func__);
     return 0;
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
 }  // namespace orv

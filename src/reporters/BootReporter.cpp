@@ -9,6 +9,7 @@
 
 #include "HealthReporting.h"
 #include "OvrixFields.h"
+#include "ReporterChecks.h"
 #include "VistelLog.h"
 
 namespace orv {
@@ -56,22 +57,12 @@ std::string formatStepCost(float cost) {
     return text;
 }
 
-// Kinds 25 and 31 share this flow and differ only in their admission.
-int reportBootRecord(VistelManager& manager, const HealthAdmission& admission, bool inited,
-                     VistelEventBase* event, VistelManager::FrequencyLimit& limit) {
-    auto* record = static_cast<vistelBootMsg*>(event);
-    if (auto refusal = refuseHealthRecord(admission, inited, record, limit)) {
-        return *refusal;
-    }
-    manager.sendBootMsg(record->bootNodes);
-    VISTEL_LOG_AT(ANDROID_LOG_INFO, admission.reporter, "exit %s()", admission.reporter);
-    return 0;
-}
-
-}  // namespace
-
-void VistelManager::sendBootMsg(std::vector<SingleBootNode>& nodes) {
-    VLOGI("enter %s(), size:%d", __func__, static_cast<int>(nodes.size()));
+// The body of sendBootMsg, whose name its lines carry. Throws when memory runs out: sendBootMsg
+// answers that with its error line, kinds 25 and 31 with their failed result.
+void sendBootNodes(const std::vector<SingleBootNode>& nodes) {
+    static constexpr char kFunction[] = "sendBootMsg";
+    VISTEL_LOG_AT(ANDROID_LOG_INFO, kFunction, "enter %s(), size:%d", kFunction,
+                  static_cast<int>(nodes.size()));
     for (const SingleBootNode& node : nodes) {
         OvrixEvent report = makeOvrixEvent(kBootNodeEventId, node, kBootNodeFields);
         const std::string openTime = std::to_string(node.openTime);
@@ -84,20 +75,45 @@ void VistelManager::sendBootMsg(std::vector<SingleBootNode>& nodes) {
                                              .PutString("CR", step.name)
                                              .PutString("TimeCost", formatStepCost(step.cost)));
             }
-            VLOGI("%s() time(%s)(%s) packing size:%d", __func__, openTime.c_str(), stage.c_str(),
-                  static_cast<int>(stepEvents.size()));
+            VISTEL_LOG_AT(ANDROID_LOG_INFO, kFunction, "%s() time(%s)(%s) packing size:%d",
+                          kFunction, openTime.c_str(), stage.c_str(),
+                          static_cast<int>(stepEvents.size()));
             report.PutOvrixEventArray(stage + "COST", stepEvents);
         }
         Ovrix::Report(report);
     }
 }
 
-int VistelManager::sendBootTimeout(std::shared_ptr<VistelEventBase> event) {
-    return reportBootRecord(*this, kBootTimeoutAdmission, mInited, event.get(), mFrequencyLimit);
+// Kinds 25 and 31 share this flow and differ only in their admission.
+int reportBootRecord(const HealthAdmission& admission, bool inited,
+                     VistelEventBase* event, VistelManager::FrequencyLimit& limit) {
+    auto* record = static_cast<vistelBootMsg*>(event);
+    if (auto refusal = refuseHealthRecord(admission, inited, record, limit)) {
+        return *refusal;
+    }
+    sendBootNodes(record->bootNodes);
+    VISTEL_LOG_AT(ANDROID_LOG_INFO, admission.reporter, "exit %s()", admission.reporter);
+    return 0;
 }
 
-int VistelManager::sendScanMsgReport(std::shared_ptr<VistelEventBase> event) {
-    return reportBootRecord(*this, kScanMsgAdmission, mInited, event.get(), mFrequencyLimit);
+}  // namespace
+
+void VistelManager::sendBootMsg(std::vector<SingleBootNode>& nodes) try {
+    sendBootNodes(nodes);
+} catch (const std::exception& e) {
+    reportFailed(__func__, e);
+}
+
+int VistelManager::sendBootTimeout(std::shared_ptr<VistelEventBase> event) try {
+    return reportBootRecord(kBootTimeoutAdmission, mInited, event.get(), mFrequencyLimit);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
+}
+
+int VistelManager::sendScanMsgReport(std::shared_ptr<VistelEventBase> event) try {
+    return reportBootRecord(kScanMsgAdmission, mInited, event.get(), mFrequencyLimit);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
 }  // namespace orv

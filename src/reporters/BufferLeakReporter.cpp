@@ -23,12 +23,16 @@ constexpr FieldReporter<vistelCaptureBufferRefLeak> kCaptureBufferRefLeak = {
 
 }  // namespace
 
-int VistelManager::sendEventPreviewBufferRefLeak(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventPreviewBufferRefLeak(std::shared_ptr<VistelEventBase> event) try {
     return reportFields(__func__, kPreviewBufferRefLeak, {*this, mInited, mFrequencyLimit}, event);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
-int VistelManager::sendEventCaptureBufferRefLeak(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventCaptureBufferRefLeak(std::shared_ptr<VistelEventBase> event) try {
     return reportFields(__func__, kCaptureBufferRefLeak, {*this, mInited, mFrequencyLimit}, event);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
 }  // namespace orv

@@ -98,7 +98,7 @@ int reportFault(const char* reporter, bool inited, const std::shared_ptr<VistelE
     // The kind chose this handler, so it also fixes the record's type.
     Body* data = static_cast<Body*>(event.get());
     // Checked before the limiter, so a record that cannot be sent never uses up its hour.
-    if (refusedNotInitialised(reporter, inited)) return -1;
+    if (refusedNotInitialised(reporter, inited, data)) return -1;
     if (isLimited(data)) {
         // A drop is a success for the camera stack: there is nothing for it to retry.
         logLimited(reporter);

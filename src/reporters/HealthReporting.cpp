@@ -31,14 +31,10 @@ std::optional<int> refuseHealthRecord(const HealthAdmission& admission, bool ini
                                       VistelManager::FrequencyLimit& limit) {
     const char* name = admission.reporter;
     VISTEL_LOG_AT(ANDROID_LOG_INFO, name, "enter %s()", name);
-    if (!inited || record == nullptr) {
-        if (record != nullptr &&
-            admission.notInitialisedLine == HealthAdmission::NotInitialisedLine::kInitFailed) {
-            refusedNotInitialised(name, false);
-        } else {
-            VISTEL_LOG_AT(ANDROID_LOG_ERROR, name, "%s() error: event=%p, inited=%d not valid",
-                          name, static_cast<const void*>(record), inited);
-        }
+    if (admission.notInitialisedLine == HealthAdmission::NotInitialisedLine::kInitFailed) {
+        if (refusedNotInitialised(name, inited, record)) return admission.notInitialisedResult;
+    } else if (!inited || record == nullptr) {
+        logRecordNotValid(name, record, inited);
         return admission.notInitialisedResult;
     }
     if (admission.policy != nullptr && (limit.*admission.policy)()) {

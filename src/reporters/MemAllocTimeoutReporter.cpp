@@ -5,6 +5,7 @@
 
 #include "HealthReporting.h"
 #include "OvrixFields.h"
+#include "ReporterChecks.h"
 #include "VistelLog.h"
 
 namespace orv {
@@ -41,7 +42,7 @@ constexpr OvrixField<vistelBufAllocInfo> kBufAllocFields[] = {
 
 }  // namespace
 
-int VistelManager::sendMemoryAllocTimeout(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendMemoryAllocTimeout(std::shared_ptr<VistelEventBase> event) try {
     const auto* record = static_cast<const vistelMemAllocTimeout*>(event.get());
     if (auto refusal = refuseHealthRecord(kAdmission, mInited, record, mFrequencyLimit)) {
         return *refusal;
@@ -59,6 +60,8 @@ int VistelManager::sendMemoryAllocTimeout(std::shared_ptr<VistelEventBase> event
     Ovrix::Report(report);
     VLOGI("exit %s()", __func__);
     return 0;
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
 }  // namespace orv

@@ -41,24 +41,34 @@ constexpr FieldReporter<vistelMemAllocFail> kMemAllocFail = {
 
 }  // namespace
 
-int VistelManager::sendEventMemLeak(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventMemLeak(std::shared_ptr<VistelEventBase> event) try {
     return reportFields(__func__, kMemLeak, {*this, mInited, mFrequencyLimit}, event);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
-int VistelManager::sendEventMemShortage(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventMemShortage(std::shared_ptr<VistelEventBase> event) try {
     return reportFields(__func__, kMemShortage, {*this, mInited, mFrequencyLimit}, event);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
-int VistelManager::sendEventMemLimit(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventMemLimit(std::shared_ptr<VistelEventBase> event) try {
     return reportFields(__func__, kMemLimit, {*this, mInited, mFrequencyLimit}, event);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
-int VistelManager::sendEventMemEfficiencyWarning(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventMemEfficiencyWarning(std::shared_ptr<VistelEventBase> event) try {
     return reportFields(__func__, kMemEfficiencyWarning, {*this, mInited, mFrequencyLimit}, event);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
-int VistelManager::sendEventMemAllocFail(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventMemAllocFail(std::shared_ptr<VistelEventBase> event) try {
     return reportFields(__func__, kMemAllocFail, {*this, mInited, mFrequencyLimit}, event);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
 }  // namespace orv

@@ -5,6 +5,7 @@
 
 #include "HealthReporting.h"
 #include "OvrixFields.h"
+#include "ReporterChecks.h"
 #include "VistelLog.h"
 
 namespace orv {
@@ -34,7 +35,7 @@ constexpr OvrixField<vistelMemExceedThreshold> kThresholdFields[] = {
 
 }  // namespace
 
-int VistelManager::sendMemoryExceedThreshold(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendMemoryExceedThreshold(std::shared_ptr<VistelEventBase> event) try {
     const auto* record = static_cast<const vistelMemExceedThreshold*>(event.get());
     if (auto refusal = refuseHealthRecord(kAdmission, mInited, record, mFrequencyLimit)) {
         return *refusal;
@@ -45,6 +46,8 @@ int VistelManager::sendMemoryExceedThreshold(std::shared_ptr<VistelEventBase> ev
     Ovrix::Report(report);
     VLOGI("exit %s()", __func__);
     return 0;
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
 }  // namespace orv

@@ -13,9 +13,9 @@ constexpr unsigned int kSnapshotBigdataEventId = 918009000;
 
 }  // namespace
 
-int VistelManager::sendEventSnapshotBigdata(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventSnapshotBigdata(std::shared_ptr<VistelEventBase> event) try {
     VLOGI("enter %s()", __func__);
-    if (refusedNotInitialised(__func__, mInited)) return -1;
+    if (refusedNotInitialised(__func__, mInited, event.get())) return -1;
     const auto& record = static_cast<const vistelSnapshotBigdata&>(*event);
     // The service's schema lists the time first and the scene last, not in record order.
     const VistelParam params[] = {
@@ -43,6 +43,8 @@ int VistelManager::sendEventSnapshotBigdata(std::shared_ptr<VistelEventBase> eve
     if (sendVistelEvent(*this, kSnapshotBigdataEventId, params) != 0) return -1;
     VLOGI("exit %s()", __func__);
     return 0;
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
 }  // namespace orv

@@ -67,8 +67,8 @@ int sendSnapshotV2(const VistelManager& manager, const vistelSnapshotBigdataV2& 
 
 }  // namespace
 
-int VistelManager::SendEventSnapshotBigdataV2(std::shared_ptr<VistelEventBase> event) {
-    if (refusedNotInitialised(__func__, mInited)) return -1;
+int VistelManager::SendEventSnapshotBigdataV2(std::shared_ptr<VistelEventBase> event) try {
+    if (refusedNotInitialised(__func__, mInited, event.get())) return -1;
     // Read in place, never copied (it is over a kilobyte). The record is packed, so a reference or
     // pointer to one of its 32-bit lists would be misaligned: their elements are read by value
     // into aligned arrays, which Array2String takes by reference. Texts go by array decay, which
@@ -86,6 +86,8 @@ int VistelManager::SendEventSnapshotBigdataV2(std::shared_ptr<VistelEventBase> e
     }
     VLOGI("exit %s()", __func__);
     return 0;
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
 }  // namespace orv

@@ -15,8 +15,8 @@ constexpr unsigned int kHDRPDataEventId = 918009003;
 
 }  // namespace
 
-int VistelManager::sendEventStatisticData(std::shared_ptr<VistelEventBase> event) {
-    if (refusedNotInitialised(__func__, mInited)) return -1;
+int VistelManager::sendEventStatisticData(std::shared_ptr<VistelEventBase> event) try {
+    if (refusedNotInitialised(__func__, mInited, event.get())) return -1;
     const auto& record = static_cast<const vistelStatisticData&>(*event);
     const VistelParam params[] = {
             VistelParam::indexed(0, record.hdr_3),      VistelParam::indexed(1, record.hdr_5),
@@ -31,10 +31,12 @@ int VistelManager::sendEventStatisticData(std::shared_ptr<VistelEventBase> event
     VLOGI("hdr_3 is %d, hdr_5 is %d, hdr_7 is %d, hsn is %d", record.hdr_3, record.hdr_5,
           record.hdr_7, record.hsn);
     return 0;
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
-int VistelManager::sendEventHDRPData(std::shared_ptr<VistelEventBase> event) {
-    if (refusedNotInitialised(__func__, mInited)) return -1;
+int VistelManager::sendEventHDRPData(std::shared_ptr<VistelEventBase> event) try {
+    if (refusedNotInitialised(__func__, mInited, event.get())) return -1;
     const auto& record = static_cast<const vistelHDRPData&>(*event);
     const VistelParam params[] = {
             VistelParam::indexed(0, record.hasface),  VistelParam::indexed(1, record.backlight),
@@ -46,6 +48,8 @@ int VistelManager::sendEventHDRPData(std::shared_ptr<VistelEventBase> event) {
     VLOGI("%s(), hasface = %d, backlight = %d, point = %d, night = %d, lowlight = %d", __func__,
           record.hasface, record.backlight, record.point, record.night, record.lowlight);
     return 0;
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
 }  // namespace orv

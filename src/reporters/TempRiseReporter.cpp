@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "ReporterChecks.h"
 #include "VistelLog.h"
 
 // This report's lines carry a second location, " <qualified name>:<line>", after the prefix,
@@ -25,7 +26,7 @@ constexpr int kBatchSize = 60;
 
 }  // namespace
 
-int VistelManager::sendDailyTempRise(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendDailyTempRise(std::shared_ptr<VistelEventBase> event) try {
     const auto* record = static_cast<const vistelDailyTempRise*>(event.get());
     TEMP_RISE_LOG(ANDROID_LOG_DEBUG, "CameraHeatBigData enter %s()", __func__);
     if (!mInited || record == nullptr) {
@@ -61,6 +62,8 @@ int VistelManager::sendDailyTempRise(std::shared_ptr<VistelEventBase> event) {
 
     TEMP_RISE_LOG(ANDROID_LOG_DEBUG, "CameraHeatBigData exit %s()", __func__);
     return 0;
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
 }  // namespace orv

@@ -132,67 +132,89 @@ int VistelManager::sendEventPostProcessTimeout(vistelPostProcessTimeOut* data, b
 
 // ---- Reporters: limiter policy, builder, isError ----
 
-int VistelManager::sendEventAlgoProcessTimeoutWarning(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventAlgoProcessTimeoutWarning(std::shared_ptr<VistelEventBase> event) try {
     return reportTimeout(__func__, &Limit::limitEventAlgoProcessTimeoutWarning,
                          &VistelManager::sendEventAlgoProcessTimeout, kWarning,
                          {*this, mInited, mFrequencyLimit}, event);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
-int VistelManager::sendEventAlgoProcessTimeoutError(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventAlgoProcessTimeoutError(std::shared_ptr<VistelEventBase> event) try {
     return reportTimeout(__func__, &Limit::limitEventAlgoProcessTimeoutError,
                          &VistelManager::sendEventAlgoProcessTimeout, kError,
                          {*this, mInited, mFrequencyLimit}, event);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
-int VistelManager::sendEventSnapshotTimeoutWarning(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventSnapshotTimeoutWarning(std::shared_ptr<VistelEventBase> event) try {
     return reportTimeout(__func__, &Limit::limitEventSnapshotTimeoutWarning,
                          &VistelManager::sendEventSnapshotTimeout, kWarning,
                          {*this, mInited, mFrequencyLimit}, event);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
-int VistelManager::sendEventSnapshotTimeoutError(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventSnapshotTimeoutError(std::shared_ptr<VistelEventBase> event) try {
     return reportTimeout(__func__, &Limit::limitEventSnapshotTimeoutError,
                          &VistelManager::sendEventSnapshotTimeout, kError,
                          {*this, mInited, mFrequencyLimit}, event);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
-int VistelManager::sendEventOtherTimeoutWarning(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventOtherTimeoutWarning(std::shared_ptr<VistelEventBase> event) try {
     return reportTimeout(__func__, &Limit::limitEventOtherTimeoutWarning,
                          &VistelManager::sendEventOtherTimeout, kWarning,
                          {*this, mInited, mFrequencyLimit}, event);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
-int VistelManager::sendEventOtherTimeoutError(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventOtherTimeoutError(std::shared_ptr<VistelEventBase> event) try {
     return reportTimeout(__func__, &Limit::limitEventOtherTimeoutError,
                          &VistelManager::sendEventOtherTimeout, kError,
                          {*this, mInited, mFrequencyLimit}, event);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
-int VistelManager::sendEventFlushProcessTimeoutError(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventFlushProcessTimeoutError(std::shared_ptr<VistelEventBase> event) try {
     return reportTimeout(__func__, kNeverLimited, &VistelManager::sendEventFlushProcessTimeout,
                          kError, {*this, mInited, mFrequencyLimit}, event);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
-int VistelManager::sendEventStopProcessTimeoutError(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventStopProcessTimeoutError(std::shared_ptr<VistelEventBase> event) try {
     return reportTimeout(__func__, kNeverLimited, &VistelManager::sendEventStopProcessTimeout,
                          kError, {*this, mInited, mFrequencyLimit}, event);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
-int VistelManager::sendEventSessionUninitProcessTimeoutError(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventSessionUninitProcessTimeoutError(std::shared_ptr<VistelEventBase> event) try {
     return reportTimeout(__func__, kNeverLimited,
                          &VistelManager::sendEventSessionUninitProcessTimeout, kError,
                          {*this, mInited, mFrequencyLimit}, event);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
-int VistelManager::sendEventConfigStreamProcessTimeoutError(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventConfigStreamProcessTimeoutError(std::shared_ptr<VistelEventBase> event) try {
     return reportTimeout(__func__, kNeverLimited,
                          &VistelManager::sendEventConfigStreamProcessTimeout, kError,
                          {*this, mInited, mFrequencyLimit}, event);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
-int VistelManager::sendEventPostProcessTimeoutError(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventPostProcessTimeoutError(std::shared_ptr<VistelEventBase> event) try {
     return reportTimeout(__func__, kNeverLimited, &VistelManager::sendEventPostProcessTimeout,
                          kError, {*this, mInited, mFrequencyLimit}, event);
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
 }  // namespace orv

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "HealthReporting.h"
+#include "ReporterChecks.h"
 #include "VistelLog.h"
 
 namespace orv {
@@ -26,7 +27,7 @@ constexpr HealthAdmission kDumpTraceAdmission = {
 
 }  // namespace
 
-int VistelManager::dumpTrace(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::dumpTrace(std::shared_ptr<VistelEventBase> event) try {
     const auto* record = static_cast<const vistelDumpTrace*>(event.get());
     if (auto refusal = refuseHealthRecord(kDumpTraceAdmission, mInited, record, mFrequencyLimit)) {
         return *refusal;
@@ -38,14 +39,18 @@ int VistelManager::dumpTrace(std::shared_ptr<VistelEventBase> event) {
     __orvlog_jank_print(kJankTypeSystrace, kJankIdSystrace, message.c_str());
     VLOGI("%s() calling systrace for %s end", __func__, traceName);
     return 0;
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
-int VistelManager::SendEventAlgoProcessTimeoutDumpSystrace(std::shared_ptr<VistelEventBase>) {
+int VistelManager::SendEventAlgoProcessTimeoutDumpSystrace(std::shared_ptr<VistelEventBase>) try {
     // The system watchdog takes these traces itself; answering 0 keeps the caller content even
     // before the service is bound.
     VLOGI("enter %s()", __func__);
     VLOGI("%s() skipped, brontix is used instread", __func__);
     return 0;
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
 }  // namespace orv

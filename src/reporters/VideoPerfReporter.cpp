@@ -59,9 +59,9 @@ void reportVideoPerf(const char* caller, const vistelVideoPerfInfo& info) {
 
 }  // namespace
 
-int VistelManager::sendEventVideoPerfData(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::sendEventVideoPerfData(std::shared_ptr<VistelEventBase> event) try {
     VLOGI("enter %s()", __func__);
-    if (refusedNotInitialised(__func__, mInited)) return -1;
+    if (refusedNotInitialised(__func__, mInited, event.get())) return -1;
     // One report a minute, under the snapshot return-frame policy: that policy's period is the
     // one this report was given, and it has no other user.
     if (mFrequencyLimit.limitEventSnapshotRetFrmIntervalError()) {
@@ -70,11 +70,13 @@ int VistelManager::sendEventVideoPerfData(std::shared_ptr<VistelEventBase> event
     }
     reportVideoPerf(__func__, static_cast<const vistelVideoPerfData&>(*event));
     return 0;
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
-int VistelManager::FrameDropError(std::shared_ptr<VistelEventBase> event) {
+int VistelManager::FrameDropError(std::shared_ptr<VistelEventBase> event) try {
     VLOGI("enter %s()", __func__);
-    if (refusedNotInitialised(__func__, mInited)) return -1;
+    if (refusedNotInitialised(__func__, mInited, event.get())) return -1;
     // Decided before the groups are looked at: a record without groups still takes the ten
     // minutes.
     if (mFrequencyLimit.limitEventVideoPerf()) {
@@ -86,6 +88,8 @@ int VistelManager::FrameDropError(std::shared_ptr<VistelEventBase> event) {
     auto reportGroup = [](const vistelVideoPerfInfo& group) { reportVideoPerf(__func__, group); };
     std::for_each(record.groups.begin(), record.groups.end(), reportGroup);
     return 0;
+} catch (const std::exception& e) {
+    return reportFailed(__func__, e);
 }
 
 }  // namespace orv
