@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -21,7 +22,10 @@ QorThreadManager* QorThreadManager::GetInstance() {
     // process is gone, and leaked std::thread objects never reach std::terminate.
     static QorThreadManager* const sInstance = [] {
         auto* pool = new QorThreadManager(kDefaultWorkerCount);
-        pool->mStopsAtExit = true;
+        // QOR_THREAD_MANAGER_EXIT_HOOK=off runs the process without the exit hook, the way a
+        // pool that knows nothing of its clients' exit behaves.
+        const char* hook = getenv("QOR_THREAD_MANAGER_EXIT_HOOK");
+        pool->mStopsAtExit = hook == nullptr || strcmp(hook, "off") != 0;
         return pool;
     }();
     return sInstance;
@@ -42,12 +46,21 @@ void QorThreadManager::armExitHook() {
 
 void QorThreadManager::stopAtExit() {
     if (getpid() != gExitHookPid) return;
-    std::unique_lock<std::mutex> lock(mQueueMutex);
-    mStop = true;
-    mAbandonQueue = true;
-    // exit() called from one of this pool's own tasks: that task is running, and stays so.
-    const size_t exitingTask = tRunningTaskOf == this ? 1 : 0;
-    mIdleCondition.wait(lock, [this, exitingTask] { return mRunningTasks == exitingTask; });
+    std::deque<std::function<void()>> abandoned;
+    {
+        std::unique_lock<std::mutex> lock(mQueueMutex);
+        mStop = true;
+        mAbandonQueue = true;
+        abandoned.swap(mTasks);
+        // exit() called from one of this pool's own tasks: that task is running, and stays so.
+        const size_t exitingTask = tRunningTaskOf == this ? 1 : 0;
+        // Bounded: a task stuck in a call that never returns must not hang the exit with it.
+        mIdleCondition.wait_for(lock, kExitWaitBound,
+                                [this, exitingTask] { return mRunningTasks == exitingTask; });
+    }
+    // Destroyed unrun, each queued task breaks its promise: a thread waiting on its future
+    // wakes with an error instead of waiting for a worker that never comes.
+    abandoned.clear();
 }
 
 QorThreadManager::QorThreadManager(size_t workerCount) {

@@ -49,12 +49,15 @@ struct ChildRun {
     std::string eventLog;  // what the host service received, one JSON line per event
 };
 
-ChildRun runHelper(const std::string& mode, int attempt) {
-    const std::string base = ::testing::TempDir() + "exit-" + mode + "-" +
-                             std::to_string(getpid()) + "-" + std::to_string(attempt);
-    const std::string eventLog = base + ".events";
-    const std::string errors = base + ".stderr";
-    unlink(eventLog.c_str());
+ChildRun runHelper(const std::string& mode, const char* exitHook) {
+    char folder[] = "exit-XXXXXX";
+    const std::string base = ::testing::TempDir() + folder;
+    std::vector<char> path(base.begin(), base.end());
+    path.push_back('\0');
+    EXPECT_NE(mkdtemp(path.data()), nullptr) << base;
+    const std::string dir = path.data();
+    const std::string eventLog = dir + "/events";
+    const std::string errors = dir + "/stderr";
 
     std::vector<std::string> args = words(getenv("VISTEL_EXIT_LAUNCHER"));
     const char* helper = getenv("VISTEL_EXIT_HELPER");
@@ -65,7 +68,8 @@ ChildRun runHelper(const std::string& mode, int attempt) {
     for (std::string& arg : args) argv.push_back(arg.data());
     argv.push_back(nullptr);
 
-    std::vector<std::string> env = {"VISTEL_EVENT_LOG=" + eventLog};
+    std::vector<std::string> env = {"VISTEL_EVENT_LOG=" + eventLog,
+                                    std::string("QOR_THREAD_MANAGER_EXIT_HOOK=") + exitHook};
     for (char** entry = environ; *entry != nullptr; ++entry) env.push_back(*entry);
     std::vector<char*> envp;
     for (std::string& entry : env) envp.push_back(entry.data());
@@ -85,35 +89,59 @@ ChildRun runHelper(const std::string& mode, int attempt) {
     }
     run.stderrText = fileText(errors);
     run.eventLog = fileText(eventLog);
+    unlink(errors.c_str());
+    unlink(eventLog.c_str());
+    rmdir(dir.c_str());
     return run;
 }
 
-// Attempts per case: the helper's own handshake fixes the interleaving that matters in the
-// "running" case; the "queued" case meets whatever the workers are doing at that moment.
-constexpr int kAttempts = 4;
+// Attempts per case and exit hook: the helper's own handshake fixes the interleaving that
+// matters in the "running" case; the others meet whatever the workers are doing at that moment.
+// VISTEL_EXIT_ATTEMPTS asks for more, e.g. a few hundred to soak a change to the exit path.
+int attempts() {
+    const char* wanted = getenv("VISTEL_EXIT_ATTEMPTS");
+    return wanted != nullptr ? atoi(wanted) : 4;
+}
 
 struct ExitCase {
     const char* mode;          // the helper's argument
     bool reportHeldAtTheExit;  // a memory leak report was inside the limiter when main returned
+    bool futureAwaited;        // a camera thread waited on a report's future through the exit
 };
 
 const ExitCase kCases[] = {
-        {"queued", false},
-        {"running", true},
+        {"queued", false, false},
+        {"running", true, false},
+        {"waiting", false, true},
+        {"unload", false, false},
 };
 
+// With the host pool's exit hook, queued reports never start; without it, they start after the
+// manager is gone and are turned away by the library itself.
+const char* const kExitHooks[] = {"on", "off"};
+
 TEST(ExitTest, ReturnFromMainWithReportsInFlight) {
-    for (const ExitCase& c : kCases) {
-        for (int attempt = 0; attempt < kAttempts; ++attempt) {
-            SCOPED_TRACE(std::string(c.mode) + ", attempt " + std::to_string(attempt));
-            ChildRun run = runHelper(c.mode, attempt);
-            // A sanitizer's report sets the exit status; a crash ends the child by a signal.
-            ASSERT_TRUE(WIFEXITED(run.status)) << "ended by signal " << WTERMSIG(run.status) << "\n"
-                                               << run.stderrText;
-            EXPECT_EQ(WEXITSTATUS(run.status), 0) << run.stderrText;
-            if (c.reportHeldAtTheExit) {
-                // It finished before the manager went away, and went out once.
-                EXPECT_EQ(countOccurrences(run.eventLog, "{\"id\":918000000,"), 1) << run.eventLog;
+    for (const char* hook : kExitHooks) {
+        for (const ExitCase& c : kCases) {
+            for (int attempt = 0; attempt < attempts(); ++attempt) {
+                SCOPED_TRACE(std::string(c.mode) + ", exit hook " + hook + ", attempt " +
+                             std::to_string(attempt));
+                ChildRun run = runHelper(c.mode, hook);
+                // A sanitizer's report sets the exit status; a crash ends the child by a signal.
+                ASSERT_TRUE(WIFEXITED(run.status))
+                        << "ended by signal " << WTERMSIG(run.status) << "\n"
+                        << run.stderrText;
+                EXPECT_EQ(WEXITSTATUS(run.status), 0) << run.stderrText;
+                if (c.reportHeldAtTheExit) {
+                    // It finished before the manager went away, and went out once.
+                    EXPECT_EQ(countOccurrences(run.eventLog, "{\"id\":918000000,"), 1)
+                            << run.eventLog;
+                }
+                if (c.futureAwaited) {
+                    // Reported, turned away (-1) or abandoned by the pool: never left waiting.
+                    EXPECT_NE(run.stderrText.find("future resolved: "), std::string::npos)
+                            << run.stderrText;
+                }
             }
         }
     }

@@ -9,7 +9,10 @@
  *     int rc = result.get();
  *
  * The pool returned by GetInstance() lives for the whole process and is never stopped by its
- * clients. Tests and tools may build a private pool of their own, stop it and wait for it to
+ * clients. At exit it stops starting tasks, waits (bounded) for the running ones and breaks the
+ * promises of those still queued; QOR_THREAD_MANAGER_EXIT_HOOK=off leaves that exit hook out, so
+ * queued tasks go on running while the process's static destructors run, as with a pool that
+ * does nothing at exit. Tests and tools may build a private pool of their own, stop it and wait for it to
  * drain; those pools are stopped and joined when destroyed.
  */
 
@@ -18,6 +21,7 @@
 #include <android/log.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -79,9 +83,11 @@ class __attribute__((visibility("default"))) QorThreadManager {
     // Shared pool only, at its first task: has stopAtExit() run when the process exits. Armed
     // after the clients that queue work were built, it runs before their static destructors.
     void armExitHook();
-    // The process is exiting: no task starts any more, and the running ones are waited for, so
-    // none is still at work while its client is destroyed. Queued tasks never run.
+    // The process is exiting: no task starts any more, and the running ones are waited for (up
+    // to kExitWaitBound), so none is still at work while its client is destroyed. Queued tasks
+    // never run: they are destroyed, and their futures report a broken promise.
     void stopAtExit();
+    static constexpr std::chrono::milliseconds kExitWaitBound{500};
 
     std::vector<std::thread> mWorkers;  // written only by the constructor and stop()
 
