@@ -66,6 +66,17 @@ __attribute__((destructor)) void releaseOnUnload() {
     s.calls = decltype(s.calls)();
 }
 
+// The service is a C interface, so nothing is thrown out of it: memory running out inside a call
+// fails that call, the way the device's service answers.
+template <class Result, class Body>
+Result failOnThrow(Result failure, Body body) noexcept {
+    try {
+        return body();
+    } catch (...) {
+        return failure;
+    }
+}
+
 // Returns the flag and clears it.
 bool takeFlag(bool& flag) {
     return std::exchange(flag, false);
@@ -191,14 +202,16 @@ int setParam(const char* function, void* handle, const std::string& args, Store 
 template <class Value>
 int setNamedParam(const char* function, void* handle, const char* name, ParamType type,
                   Value value) {
-    return setParam(function, handle, valueText(name) + ", " + valueText(value),
-                    [&](std::vector<Param>& params) {
-                        if (name == nullptr || isNull(value)) {
-                            return kInvalidArgument;
-                        }
-                        storeValue(slotFor(params, name, type), value);
-                        return 0;
-                    });
+    return failOnThrow(kInvalidArgument, [&] {
+        return setParam(function, handle, valueText(name) + ", " + valueText(value),
+                        [&](std::vector<Param>& params) {
+                            if (name == nullptr || isNull(value)) {
+                                return kInvalidArgument;
+                            }
+                            storeValue(slotFor(params, name, type), value);
+                            return 0;
+                        });
+    });
 }
 
 const char* typeName(ParamType type) {
@@ -254,22 +267,29 @@ void* vistel_create_eventobj(unsigned int eventId) {
     if (!takeFlag(s.failNextCreate)) {
         object = new (std::nothrow) EventObject{SentEvent{eventId, {}}};
     }
-    if (object != nullptr) {
-        s.liveObjects.insert(object);
+    const bool kept = failOnThrow(false, [&] {
+        journal(s, __func__, std::to_string(eventId), "", object != nullptr ? "object" : "null");
+        if (object != nullptr) s.liveObjects.insert(object);
+        return true;
+    });
+    if (!kept) {
+        delete object;
+        return nullptr;
     }
-    journal(s, __func__, std::to_string(eventId), "", object != nullptr ? "object" : "null");
     return object;
 }
 
 int vistel_set_param(void* obj, unsigned short paramIndex, long value) {
-    return setParam(__func__, obj, std::to_string(paramIndex) + ", " + std::to_string(value),
-                    [&](std::vector<Param>& params) {
-                        Param& param = params.emplace_back();
-                        param.type = ParamType::kIndexed;
-                        param.index = paramIndex;
-                        param.intValue = value;
-                        return 0;
-                    });
+    return failOnThrow(kInvalidArgument, [&] {
+        return setParam(__func__, obj, std::to_string(paramIndex) + ", " + std::to_string(value),
+                        [&](std::vector<Param>& params) {
+                            Param& param = params.emplace_back();
+                            param.type = ParamType::kIndexed;
+                            param.index = paramIndex;
+                            param.intValue = value;
+                            return 0;
+                        });
+    });
 }
 
 int vistel_set_param_integer_v2(void* obj, const char* name, long value) {
@@ -308,35 +328,38 @@ int vistel_set_time(void* obj, long long timeMs) {
 }
 
 int vistel_send_event(void* obj) {
-    ServiceState& s = state();
-    std::optional<SentEvent> sent;
-    {
-        std::lock_guard<std::mutex> lock(s.mutex);
-        Lookup found = lookup(s, obj);
-        if (found.object != nullptr && !takeFlag(s.failNextSend)) {
-            sent = found.object->event;
-            s.sent.push_back(*sent);
+    return failOnThrow(kSendFailed, [&] {
+        ServiceState& s = state();
+        std::optional<SentEvent> sent;
+        {
+            std::lock_guard<std::mutex> lock(s.mutex);
+            Lookup found = lookup(s, obj);
+            if (found.object != nullptr && !takeFlag(s.failNextSend)) {
+                sent = found.object->event;
+                s.sent.push_back(*sent);
+            }
+            journal(s, __func__, found.label, "", std::to_string(sent ? kSendOk : kSendFailed));
         }
-        journal(s, __func__, found.label, "", std::to_string(sent ? kSendOk : kSendFailed));
-    }
-    if (!sent) {
-        return kSendFailed;
-    }
-    // Outside the lock: file I/O must not hold up the other reporters.
-    hosteventlog::appendLineToEnvFile(
-            kEventLogEnv, [&] { return vistelhost::toJson(*sent); }, kLogTag);
-    return kSendOk;
+        if (!sent) {
+            return kSendFailed;
+        }
+        // Outside the lock: file I/O must not hold up the other reporters.
+        hosteventlog::appendLineToEnvFile(
+                kEventLogEnv, [&] { return vistelhost::toJson(*sent); }, kLogTag);
+        return kSendOk;
+    });
 }
 
 void vistel_destroy_eventobj(void* obj) {
     ServiceState& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
-    Lookup found = lookup(s, obj);
-    journal(s, __func__, found.label, "", "");
-    if (found.object != nullptr) {
-        s.liveObjects.erase(found.object);
-        delete found.object;
-    }
+    // Freed even when the journal line could not be written.
+    const auto* object = static_cast<const EventObject*>(obj);
+    failOnThrow(0, [&] {
+        journal(s, __func__, lookup(s, obj).label, "", "");
+        return 0;
+    });
+    if (object != nullptr && s.liveObjects.erase(object) != 0) delete object;
 }
 
 namespace vistelhost {

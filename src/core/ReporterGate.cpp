@@ -1,9 +1,14 @@
 #include "ReporterGate.h"
 
+#include <new>
+
 namespace orv {
 
 ReporterGate& ReporterGate::instance() {
-    static ReporterGate* const sGate = new ReporterGate();
+    // In static storage, not on the heap: the first report may be the one that finds memory
+    // exhausted. Never destroyed.
+    alignas(ReporterGate) static unsigned char sStorage[sizeof(ReporterGate)];
+    static ReporterGate* const sGate = new (sStorage) ReporterGate();
     return *sGate;
 }
 

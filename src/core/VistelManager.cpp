@@ -196,7 +196,13 @@ std::future<int> VistelManager::reportMsgImpl(std::shared_ptr<VistelEventBase> e
     gRecordModules.keepLoaded(kind, *event);
     // The task takes over this call's reference: the caller's copy was made for it, and a
     // second copy would cost two more atomic updates shared with the worker that drops it.
-    return mThreadManager->enqueue(handler->second, std::move(event));
+    try {
+        return mThreadManager->enqueue(handler->second, std::move(event));
+    } catch (const std::exception& e) {
+        // Memory ran out while the task was built or queued: nothing was queued.
+        VLOGE("%s() error: %s, event:%d not queued", __func__, e.what(), kind);
+        return {};
+    }
 }
 
 }  // namespace orv

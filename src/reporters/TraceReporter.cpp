@@ -43,9 +43,15 @@ int VistelManager::dumpTrace(std::shared_ptr<VistelEventBase> event) try {
     return reportFailed(__func__, e);
 }
 
-int VistelManager::SendEventAlgoProcessTimeoutDumpSystrace(std::shared_ptr<VistelEventBase>) try {
+int VistelManager::SendEventAlgoProcessTimeoutDumpSystrace(
+        std::shared_ptr<VistelEventBase> event) try {
     // The system watchdog takes these traces itself; answering 0 keeps the caller content even
-    // before the service is bound.
+    // before the service is bound. The record is never read, but a null one is refused like
+    // everywhere else.
+    if (event == nullptr) {
+        logRecordNotValid(__func__, nullptr, mInited);
+        return 0;
+    }
     VLOGI("enter %s()", __func__);
     VLOGI("%s() skipped, brontix is used instread", __func__);
     return 0;

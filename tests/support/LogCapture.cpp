@@ -26,13 +26,21 @@ LogLine parse(int priority, const char* tag, const char* message) {
     return line;
 }
 
+thread_local bool tCapturing = false;
+
 void capture(const struct __android_logger_data* data, const char* message) {
+    tCapturing = true;
     LogLine line = parse(data->priority, data->tag, message);
+    tCapturing = false;
     std::lock_guard<std::mutex> lock(gMutex);
     gLines.push_back(std::move(line));
 }
 
 }  // namespace
+
+bool LogCapture::capturing() {
+    return tCapturing;
+}
 
 LogCapture::LogCapture() {
     static std::once_flag installed;

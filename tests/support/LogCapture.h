@@ -29,6 +29,9 @@ class LogCapture {
     std::vector<LogLine> withBody(const std::string& body) const;
     bool has(int priority, const std::string& function, const std::string& body) const;
     void clear();
+    // True on a thread while it records a line: tests that count the library's allocations
+    // leave the capture's own out.
+    static bool capturing();
 };
 
 }  // namespace vistel_test
