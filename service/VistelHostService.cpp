@@ -104,8 +104,7 @@ Lookup lookup(ServiceState& s, void* handle) {
 // result is empty for the calls that return nothing.
 void journal(ServiceState& s, const char* function, const std::string& label,
              const std::string& args, const std::string& result) {
-    std::string call =
-            std::string(function) + "(" + label + (args.empty() ? "" : ", ") + args + ")";
+    std::string call = std::string(function) + "(" + label + (args.empty() ? "" : ", ") + args + ")";
     if (!result.empty()) {
         call += " = " + result;
     }
@@ -267,8 +266,9 @@ void* vistel_create_eventobj(unsigned int eventId) {
     if (!takeFlag(s.failNextCreate)) {
         object = new (std::nothrow) EventObject{SentEvent{eventId, {}}};
     }
+    const char* function = __func__;
     const bool kept = failOnThrow(false, [&] {
-        journal(s, __func__, std::to_string(eventId), "", object != nullptr ? "object" : "null");
+        journal(s, function, std::to_string(eventId), "", object != nullptr ? "object" : "null");
         if (object != nullptr) s.liveObjects.insert(object);
         return true;
     });
@@ -280,8 +280,9 @@ void* vistel_create_eventobj(unsigned int eventId) {
 }
 
 int vistel_set_param(void* obj, unsigned short paramIndex, long value) {
+    const char* function = __func__;
     return failOnThrow(kInvalidArgument, [&] {
-        return setParam(__func__, obj, std::to_string(paramIndex) + ", " + std::to_string(value),
+        return setParam(function, obj, std::to_string(paramIndex) + ", " + std::to_string(value),
                         [&](std::vector<Param>& params) {
                             Param& param = params.emplace_back();
                             param.type = ParamType::kIndexed;
@@ -328,6 +329,7 @@ int vistel_set_time(void* obj, long long timeMs) {
 }
 
 int vistel_send_event(void* obj) {
+    const char* function = __func__;
     return failOnThrow(kSendFailed, [&] {
         ServiceState& s = state();
         std::optional<SentEvent> sent;
@@ -338,7 +340,7 @@ int vistel_send_event(void* obj) {
                 sent = found.object->event;
                 s.sent.push_back(*sent);
             }
-            journal(s, __func__, found.label, "", std::to_string(sent ? kSendOk : kSendFailed));
+            journal(s, function, found.label, "", std::to_string(sent ? kSendOk : kSendFailed));
         }
         if (!sent) {
             return kSendFailed;
@@ -355,8 +357,9 @@ void vistel_destroy_eventobj(void* obj) {
     std::lock_guard<std::mutex> lock(s.mutex);
     // Freed even when the journal line could not be written.
     const auto* object = static_cast<const EventObject*>(obj);
+    const char* function = __func__;
     failOnThrow(0, [&] {
-        journal(s, __func__, lookup(s, obj).label, "", "");
+        journal(s, function, lookup(s, obj).label, "", "");
         return 0;
     });
     if (object != nullptr && s.liveObjects.erase(object) != 0) delete object;
