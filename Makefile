@@ -64,9 +64,14 @@ $(addprefix configure-,$(PRESETS)): configure-%:
 	$(CMAKE) --preset $* -B $(BUILD_ROOT)/$*
 $(addprefix build-,$(PRESETS)): build-%: configure-%
 	$(CMAKE) --build $(BUILD_ROOT)/$* --parallel $(JOBS)
+# Each suite writes its temporary files into a folder of its own, which must be empty again when
+# the suite ends (tools/check-leftovers.sh also fails on untracked files in the source tree).
+STAGE_TMP = $(abspath $(BUILD_ROOT)/$*/test-tmp)
 $(addprefix test-,$(PRESETS)): test-%: build-%
-	$(TEST_ENV) ctest --test-dir $(BUILD_ROOT)/$* --parallel $(JOBS) --output-on-failure \
-	    --no-tests=error
+	rm -rf $(STAGE_TMP) && mkdir -p $(STAGE_TMP)
+	TMPDIR=$(STAGE_TMP) TEST_TMPDIR=$(STAGE_TMP) $(TEST_ENV) ctest --test-dir $(BUILD_ROOT)/$* \
+	    --parallel $(JOBS) --output-on-failure --no-tests=error
+	tools/check-leftovers.sh $(STAGE_TMP)
 
 configure-default configure-asan configure-tsan: deps-host
 configure-arm64: deps-arm64

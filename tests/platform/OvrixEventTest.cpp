@@ -42,6 +42,7 @@ TEST(OvrixEventTest, ConcurrentReportsAreAllRecordedAsWholeJsonLines) {
     size_t lines = 0;
     for (std::string line; std::getline(file, line); ++lines) ASSERT_EQ(line, expected);
     EXPECT_EQ(lines, kThreads * kReportsPerThread);
+    remove(path.c_str());
 }
 
 }  // namespace

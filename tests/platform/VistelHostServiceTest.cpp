@@ -78,6 +78,7 @@ TEST(VistelHostServiceTest, SendRecordsWhatWasSetAndArmedFailuresHitTheirCall) {
     EXPECT_TRUE(std::getline(std::ifstream(logPath) >> std::ws, line));
     EXPECT_EQ(line, expected);
     EXPECT_EQ(vistelhost::liveObjects(), 0);
+    remove(logPath.c_str());
 }
 
 // A failed creation fails that call only. A destroyed object is refused and counted, and never

@@ -47,6 +47,7 @@ void expectRefused(const std::string& scenario, const std::vector<std::string>& 
     if (errors[0].rfind("not valid JSON", 0) != 0) expected += path + ": nothing was replayed\n";
     EXPECT_EQ(run.err, expected);
     EXPECT_TRUE(vistelhost::sentEvents().empty());
+    remove(path.c_str());
 }
 
 TEST(ReplayCommandTest, BadScenariosAreRefusedWhole) {
@@ -166,6 +167,7 @@ TEST(ReplayCommandTest, CommandLines) {
     }
     const std::string list = runTool({"--list"}).out;
     EXPECT_EQ(std::count(list.begin(), list.end(), '\n'), 1 + 2 * orv::kVistelEventCount);
+    remove(scenario.c_str());
 }
 
 // A service that refuses a parameter or a send makes the step "failed", with the refusing
