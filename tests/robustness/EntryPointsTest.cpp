@@ -39,6 +39,16 @@ void* operator new(size_t size) {
 void* operator new[](size_t size) {
     return allocate(size);
 }
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    try {
+        return allocate(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+void* operator new[](size_t size, const std::nothrow_t& tag) noexcept {
+    return operator new(size, tag);
+}
 void operator delete(void* block) noexcept {
     free(block);
 }
