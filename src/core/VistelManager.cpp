@@ -8,6 +8,7 @@
 #include <map>
 #include <type_traits>
 
+#include "VistelCounters.h"
 #include "VistelLibLoader.h"
 #include "VistelLog.h"
 
@@ -121,9 +122,11 @@ void VistelManager::registerFunction(VistelEvent event, HandlerMethod func) {
         VLOGE("%s() registered failed with existed key:%d", __func__, event);
         return;
     }
-    const HandlerMethod* method = &handlerMethods().emplace(event, func).first->second;
-    auto handler = [this, method](std::shared_ptr<VistelEventBase> record) {
-        return (this->**method)(std::move(record));
+    const auto* entry = &*handlerMethods().emplace(event, func).first;
+    auto handler = [this, entry](std::shared_ptr<VistelEventBase> record) {
+        // Counted here, on the worker: the camera thread that queued the record pays nothing.
+        counters::of(entry->first).addRecord();
+        return (this->*entry->second)(std::move(record));
     };
     static_assert(sizeof(handler) <= 2 * sizeof(void*) &&
                           std::is_trivially_copyable_v<decltype(handler)>,

@@ -26,12 +26,14 @@ constexpr HealthAdmission kBootTimeoutAdmission = {
         HealthAdmission::NotInitialisedLine::kInitFailed,
         -1,
         &VistelManager::FrequencyLimit::limitEventBootPerf,
+        kEventBootTimeout,
 };
 constexpr HealthAdmission kScanMsgAdmission = {
         "sendScanMsgReport",
         HealthAdmission::NotInitialisedLine::kInitFailed,
         -2,
         nullptr,
+        kEventScanMsg,
 };
 
 // The mixed-case keys are what the data team reads; keep them as they are.
@@ -56,22 +58,12 @@ std::string formatStepCost(float cost) {
     return text;
 }
 
-// Kinds 25 and 31 share this flow and differ only in their admission.
-int reportBootRecord(VistelManager& manager, const HealthAdmission& admission, bool inited,
-                     VistelEventBase* event, VistelManager::FrequencyLimit& limit) {
-    auto* record = static_cast<vistelBootMsg*>(event);
-    if (auto refusal = refuseHealthRecord(admission, inited, record, limit)) {
-        return *refusal;
-    }
-    manager.sendBootMsg(record->bootNodes);
-    VISTEL_LOG_AT(ANDROID_LOG_INFO, admission.reporter, "exit %s()", admission.reporter);
-    return 0;
-}
-
-}  // namespace
-
-void VistelManager::sendBootMsg(std::vector<SingleBootNode>& nodes) {
-    VLOGI("enter %s(), size:%d", __func__, static_cast<int>(nodes.size()));
+// sendBootMsg's work, counted in the row of the record it serves, or in the row of work outside
+// dispatch when the camera stack calls sendBootMsg directly. Logged under sendBootMsg's name.
+void reportBootNodes(const std::vector<SingleBootNode>& nodes, counters::KindCounters& counted) {
+    constexpr const char* kFunction = "sendBootMsg";
+    VISTEL_LOG_AT(ANDROID_LOG_INFO, kFunction, "enter %s(), size:%d", kFunction,
+                  static_cast<int>(nodes.size()));
     for (const SingleBootNode& node : nodes) {
         OvrixEvent report = makeOvrixEvent(kBootNodeEventId, node, kBootNodeFields);
         const std::string openTime = std::to_string(node.openTime);
@@ -84,20 +76,39 @@ void VistelManager::sendBootMsg(std::vector<SingleBootNode>& nodes) {
                                              .PutString("CR", step.name)
                                              .PutString("TimeCost", formatStepCost(step.cost)));
             }
-            VLOGI("%s() time(%s)(%s) packing size:%d", __func__, openTime.c_str(), stage.c_str(),
-                  static_cast<int>(stepEvents.size()));
+            VISTEL_LOG_AT(ANDROID_LOG_INFO, kFunction, "%s() time(%s)(%s) packing size:%d",
+                          kFunction, openTime.c_str(), stage.c_str(),
+                          static_cast<int>(stepEvents.size()));
             report.PutOvrixEventArray(stage + "COST", stepEvents);
         }
-        Ovrix::Report(report);
+        reportOvrix(report, counted);
     }
 }
 
+// Kinds 25 and 31 share this flow and differ only in their admission.
+int reportBootRecord(const HealthAdmission& admission, bool inited, VistelEventBase* event,
+                     VistelManager::FrequencyLimit& limit) {
+    auto* record = static_cast<vistelBootMsg*>(event);
+    if (auto refusal = refuseHealthRecord(admission, inited, record, limit)) {
+        return *refusal;
+    }
+    reportBootNodes(record->bootNodes, counters::of(admission.kind));
+    VISTEL_LOG_AT(ANDROID_LOG_INFO, admission.reporter, "exit %s()", admission.reporter);
+    return 0;
+}
+
+}  // namespace
+
+void VistelManager::sendBootMsg(std::vector<SingleBootNode>& nodes) {
+    reportBootNodes(nodes, counters::outsideDispatch());
+}
+
 int VistelManager::sendBootTimeout(std::shared_ptr<VistelEventBase> event) {
-    return reportBootRecord(*this, kBootTimeoutAdmission, mInited, event.get(), mFrequencyLimit);
+    return reportBootRecord(kBootTimeoutAdmission, mInited, event.get(), mFrequencyLimit);
 }
 
 int VistelManager::sendScanMsgReport(std::shared_ptr<VistelEventBase> event) {
-    return reportBootRecord(*this, kScanMsgAdmission, mInited, event.get(), mFrequencyLimit);
+    return reportBootRecord(kScanMsgAdmission, mInited, event.get(), mFrequencyLimit);
 }
 
 }  // namespace orv

@@ -30,19 +30,21 @@ std::optional<int> refuseHealthRecord(const HealthAdmission& admission, bool ini
                                       const VistelEventBase* record,
                                       VistelManager::FrequencyLimit& limit) {
     const char* name = admission.reporter;
+    counters::KindCounters& counted = counters::of(admission.kind);
     VISTEL_LOG_AT(ANDROID_LOG_INFO, name, "enter %s()", name);
     if (!inited || record == nullptr) {
         if (record != nullptr &&
             admission.notInitialisedLine == HealthAdmission::NotInitialisedLine::kInitFailed) {
-            refusedNotInitialised(name, false);
+            refusedNotInitialised(name, false, counted);
         } else {
             VISTEL_LOG_AT(ANDROID_LOG_ERROR, name, "%s() error: event=%p, inited=%d not valid",
                           name, static_cast<const void*>(record), inited);
+            if (!inited) counted.addNotInitialised();
         }
         return admission.notInitialisedResult;
     }
     if (admission.policy != nullptr && (limit.*admission.policy)()) {
-        logLimited(name);
+        logLimited(name, counted);
         return kLimitedResult;
     }
     return std::nullopt;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "OvrixFields.h"
 #include "VistelLog.h"
 
 // This report's lines carry a second location, " <qualified name>:<line>", after the prefix,
@@ -28,9 +29,11 @@ constexpr int kBatchSize = 60;
 int VistelManager::sendDailyTempRise(std::shared_ptr<VistelEventBase> event) {
     const auto* record = static_cast<const vistelDailyTempRise*>(event.get());
     TEMP_RISE_LOG(ANDROID_LOG_DEBUG, "CameraHeatBigData enter %s()", __func__);
+    counters::KindCounters& counted = counters::of(kEventDailyTempRise);
     if (!mInited || record == nullptr) {
         TEMP_RISE_LOG(ANDROID_LOG_ERROR, "%s() error: event=%p, inited=%d not valid", __func__,
                       static_cast<const void*>(record), mInited);
+        if (!mInited) counted.addNotInitialised();
         return -1;
     }
 
@@ -52,7 +55,7 @@ int VistelManager::sendDailyTempRise(std::shared_ptr<VistelEventBase> event) {
             report.PutString("AppName", record->appName)
                     .PutString("OpenTime", record->openTime)
                     .PutOvrixEventArray("ROOTCOST", batch);
-            Ovrix::Report(report);
+            reportOvrix(report, counted);
             batch.clear();
             TEMP_RISE_LOG(ANDROID_LOG_DEBUG, "cameraheatbigdata Report90009 %d, index %d",
                           i / kBatchSize, i);
