@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "Catalog.h"
+#include "LibraryDump.h"
 #include "ReportWriter.h"
 #include "Scenario.h"
 
@@ -14,7 +15,8 @@ namespace vistel_replay {
 namespace {
 
 constexpr char kUsage[] =
-        "usage: vistel-replay [--json] [--full] [--verbose] SCENARIO.json   (- reads stdin)\n"
+        "usage: vistel-replay [--json] [--full] [--verbose] [--dump] SCENARIO.json"
+        "   (- reads stdin)\n"
         "       vistel-replay --list\n"
         "       vistel-replay --describe KIND\n"
         "\n"
@@ -24,6 +26,8 @@ constexpr char kUsage[] =
         "  --json          one JSON object per step, then one with the summary\n"
         "  --full          every parameter, nested events indented (the text form)\n"
         "  --verbose       the library's own log lines with each step\n"
+        "  --dump          the library's own counters after the summary, as\n"
+        "                  VistelManager::dump() writes them\n"
         "  --list          the 32 kinds: handler, service, event identifiers, limit\n"
         "  --describe KIND the fields of a kind's record and an example step; KIND is a\n"
         "                  number, a name such as MemLeak, or a handler such as dumpTrace\n"
@@ -54,6 +58,8 @@ std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& args
             command.report.full = true;
         } else if (arg == "--verbose") {
             command.report.verbose = true;
+        } else if (arg == "--dump") {
+            command.report.dump = true;
         } else if (arg == "--list") {
             command.action = CommandLine::Action::kList;
         } else if (arg == "--describe") {
@@ -133,6 +139,7 @@ int replay(const CommandLine& command, std::ostream& out, std::ostream& err) {
         writer->step(report);
     }
     writer->finish(summary);
+    if (command.report.dump) writer->dump(vistel_tools::libraryDumpLines());
     return kExitOk;
 }
 
