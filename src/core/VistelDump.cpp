@@ -107,10 +107,11 @@ class DumpWriter {
         while (!mFailed && done < mUsed) {
             const ssize_t written = write(mFd, mBuffer + done, mUsed - done);
             if (written < 0 && errno == EINTR) continue;
-            if (written <= 0)
+            if (written <= 0) {
                 mFailed = true;
-            else
+            } else {
                 done += static_cast<size_t>(written);
+            }
         }
         mUsed = 0;
     }

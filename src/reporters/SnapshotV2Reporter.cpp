@@ -81,10 +81,9 @@ int VistelManager::SendEventSnapshotBigdataV2(std::shared_ptr<VistelEventBase> e
     for (size_t i = 0; i < kAeCountLength; ++i) aeCount[i] = record.aeCount[i];
     const std::string expoListText = Array2String(expoList);
     const std::string aeCountText = Array2String(aeCount);
-    if (countedSend(counted, sendSnapshotV2(*this, record, expoListText.c_str(), aeCountText.c_str(),
-                                            std::make_index_sequence<kPerfSlots>())) != 0) {
-        return -1;
-    }
+    const int sent = sendSnapshotV2(*this, record, expoListText.c_str(), aeCountText.c_str(),
+                                    std::make_index_sequence<kPerfSlots>());
+    if (countedSend(counted, sent) != 0) return -1;
     VLOGI("exit %s()", __func__);
     return 0;
 }

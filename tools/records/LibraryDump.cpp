@@ -40,9 +40,9 @@ bool DumpRow::operator==(const DumpRow& other) const {
 }
 
 std::ostream& operator<<(std::ostream& out, const DumpRow& row) {
-    return out << row.name << ": records " << row.records << ", sent " << row.sent
-               << ", limited " << row.limited << ", not-initialised " << row.notInitialised
-               << ", failed " << row.failed;
+    return out << row.name << ": records " << row.records << ", sent " << row.sent << ", limited "
+               << row.limited << ", not-initialised " << row.notInitialised << ", failed "
+               << row.failed;
 }
 
 namespace {

@@ -38,7 +38,7 @@ struct LibraryDump {
     std::map<uint32_t, DumpRow> kinds;  // by kind number
     DumpRow direct;                     // sendBootMsg called directly
     DumpRow total;
-    std::string service;                // the binding line
+    std::string service;                   // the binding line
     std::map<std::string, uint64_t> keys;  // keyed limit policy -> keys it holds
     std::vector<std::string> unparsed;     // lines of none of these forms
 };
