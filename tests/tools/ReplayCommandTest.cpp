@@ -180,7 +180,9 @@ TEST(ReplayCommandTest, LibraryCountersAgreeWithTheReplay) {
     ASSERT_EQ(run.status, kExitOk) << run.err;
     std::istringstream lines(run.out);
     std::vector<nlohmann::json> objects;
-    for (std::string line; std::getline(lines, line);) objects.push_back(nlohmann::json::parse(line));
+    for (std::string line; std::getline(lines, line);) {
+        objects.push_back(nlohmann::json::parse(line));
+    }
     ASSERT_GE(objects.size(), 2u);
     const nlohmann::json& summary = objects[objects.size() - 2].at("summary");
     const vistel_tools::LibraryDump after = vistel_tools::parseLibraryDump(
