@@ -7,7 +7,11 @@
 # Runs BM_EnqueueFloor and BM_ReportMsgImpl under callgrind and prints, per call, what the
 # caller executes (one report against one bare task, as the benchmarks make them) and what a
 # worker executes to run and release the task. Whoever drops the last reference to a task's
-# shared state frees it, so a few frees move between caller and worker from run to run.
+# shared state frees it, so a few frees move between caller and worker from run to run; the run
+# figures are steady. That record's reporter answers without sending, so a second run
+# (BM_SteadyMemory, logging off) adds what a worker executes in reporters that send: a memory
+# leak record (one Vistel event, its key new to the limiter) and a memory threshold record (one
+# Ovrix event with four nested ones).
 # Needs valgrind (make deps installs it).
 set -eu
 
@@ -15,16 +19,20 @@ build=${1:-build/default}
 bench=$build/bench/vistel_bench
 [ -x "$bench" ] || { echo "$bench not built" >&2; exit 1; }
 out=$(mktemp /tmp/vistel-dispatch.XXXXXX)
-trap 'rm -f "$out" "$out.tree"' EXIT
+trap 'rm -f "$out" "$out.dispatch" "$out.reporters"' EXIT
 
-valgrind --tool=callgrind --callgrind-out-file="$out" "$bench" \
-    --benchmark_filter='BM_(ReportMsgImpl|EnqueueFloor)$' --benchmark_repetitions=1 \
-    --benchmark_min_time=0.01 >/dev/null 2>&1
-callgrind_annotate --tree=calling "$out" >"$out.tree" 2>/dev/null
+# The call tree of the benchmarks matching $1, into $2; every function, however small its share.
+profile() {
+    valgrind --tool=callgrind --callgrind-out-file="$out" "$bench" --benchmark_filter="$1" \
+        --benchmark_repetitions=1 --benchmark_min_time=0.01 >/dev/null 2>&1
+    callgrind_annotate --tree=calling --threshold=100 "$out" >"$2" 2>/dev/null
+}
+profile 'BM_(ReportMsgImpl|EnqueueFloor)$' "$out.dispatch"
+profile 'BM_SteadyMemory' "$out.reporters"
 
 # Every call edge reads "<instructions> (<share>)  >   <callee> (<calls>x)"; sum them per callee
 # and print instructions per call for the callees matching each pattern.
-awk '
+program='
 function report(label, pattern,    name, ir, calls) {
     ir = 0; calls = 0
     for (name in inclusive) if (name ~ pattern) { ir += inclusive[name]; calls += count[name] }
@@ -39,6 +47,13 @@ function report(label, pattern,    name, ir, calls) {
     inclusive[name] += ir; count[name] += calls
 }
 END {
+    if (FILENAME ~ /reporters$/) {
+        report("worker: report a memory leak record",
+               "^[^ ]*:orv::VistelManager::sendEventMemLeak\\(")
+        report("worker: report a memory threshold record",
+               "^[^ ]*:orv::VistelManager::sendMemoryExceedThreshold\\(")
+        exit
+    }
     floor = "QorThreadManager::enqueue<vistel_bench::"
     handler = "QorThreadManager::enqueue<std::function<int"
     own = "^[^ ]*:vistel_bench::\\(anonymous namespace\\)::"
@@ -49,4 +64,6 @@ END {
     report("worker: run the bare task", "_Function_handler<void \\(\\), " floor ".*_M_invoke")
     report("worker: release the record task", "_Function_handler<void \\(\\), " handler ".*_M_manager")
     report("worker: release the bare task", "_Function_handler<void \\(\\), " floor ".*_M_manager")
-}' "$out.tree"
+}'
+awk "$program" "$out.dispatch"
+awk "$program" "$out.reporters"

@@ -21,6 +21,7 @@
 
 #include <pthread.h>
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <functional>
@@ -93,6 +94,15 @@ class VistelManager {
         VISTEL_EXPORT bool limitEventVideoPerf();                    // 600 s
         VISTEL_EXPORT bool limitEventBootPerf();                     // 600 s
         VISTEL_EXPORT bool limitEventSnapshotRetFrmIntervalError();  // 60 s
+
+        // The keys each keyed policy holds (pairs of names for the two keyed by two), for the
+        // manager's dump. Holds mMutex just long enough to read the sizes.
+        struct KeyCount {
+            const char* policy;
+            size_t keys;
+        };
+        static constexpr size_t kKeyedPolicies = 11;
+        std::array<KeyCount, kKeyedPolicies> keyCounts() const;
 
       private:
         // Keyed by a record text, per kind; guarded by mMutex.
@@ -190,6 +200,16 @@ class VistelManager {
     // Reports every boot node as one event; callable directly from any thread. The vector
     // must not change during the call.
     VISTEL_EXPORT void sendBootMsg(std::vector<SingleBootNode>& nodes);
+
+    // Writes what became of the records since the process started to `fd`, for the HAL's
+    // dump/debug entry point (dumpsys): one line per kind (records dispatched, events the
+    // services took, records the limiter dropped, records refused as not initialised, calls a
+    // service refused), then the service binding and how many keys each keyed limit policy
+    // holds. Any thread. A reporter never waits on it longer than reading the limiter's key
+    // counts takes; the writing happens after every figure has been read.
+    //
+    //     VistelManager::GetInstance()->dump(fd);
+    VISTEL_EXPORT void dump(int fd);
 
   private:
     VISTEL_EXPORT VistelManager();

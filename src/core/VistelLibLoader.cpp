@@ -8,6 +8,7 @@
 #include <cstring>
 #include <new>
 
+#include "VistelCounters.h"
 // The loader fills the process-wide tag buffer and prints it, as it always has.
 #define VISTEL_LOG_BUILD_TAG ::g_logGitTag
 #include "VistelLog.h"
@@ -45,11 +46,16 @@ VistelLibLoader* VistelLibLoader::getInstance() {
         sInstance = new (std::nothrow) VistelLibLoader();
         if (sInstance == nullptr) abort();
         if (!sInstance->loadSo(nullptr)) {
+            const char* missing = sInstance->mMissingFunction;
+            counters::recordBinding(missing != nullptr ? counters::Binding::kFunctionMissing
+                                                       : counters::Binding::kLibraryMissing,
+                                    missing);
             delete sInstance;
             sInstance = nullptr;
             VLOGE("%s(), getInstance failed.", __func__);
             return nullptr;
         }
+        counters::recordBinding(counters::Binding::kBound);
     }
     ++sRefCount;
     VLOGI("enter %s(), getInstance successfully.", __func__);
@@ -91,6 +97,7 @@ bool VistelLibLoader::loadFuns() {
         void* address = loadFun(binding.symbol);
         if (address == nullptr) {
             VLOGE("exit %s(). failed to load %s", __func__, binding.symbol);
+            mMissingFunction = binding.symbol;
             setFunsToDefault();
             return false;
         }

@@ -46,6 +46,9 @@ class VistelLibLoader : public SharedObjectLoader {
   private:
     VistelLibLoader();
 
+    // The first client function loadFuns() did not find, or null.
+    const char* mMissingFunction = nullptr;
+
     // Guarded by sLock.
     static VistelLibLoader* sInstance;
     static int32_t sRefCount;

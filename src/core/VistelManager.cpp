@@ -10,6 +10,7 @@
 
 #include "RecordModules.h"
 #include "ReporterGate.h"
+#include "VistelCounters.h"
 #include "VistelLibLoader.h"
 #include "VistelLog.h"
 
@@ -72,6 +73,7 @@ const Registration kRegistrations[] = {
 struct HandlerEntry {
     VistelManager::HandlerMethod method;
     const char* name;
+    VistelEvent kind;
 };
 
 const char* handlerName(VistelEvent kind) {
@@ -102,6 +104,8 @@ int runQueued(VistelManager* manager, const HandlerEntry& entry,
                       "%s() error: manager destroyed, record dropped", entry.name);
         return -1;
     }
+    // Counted here, on the worker: the camera thread that queued the record pays nothing.
+    counters::of(entry.kind).addRecord();
     return (manager->*entry.method)(std::move(record));
 }
 
@@ -167,7 +171,7 @@ void VistelManager::registerFunction(VistelEvent event, HandlerMethod func) {
         return;
     }
     const HandlerEntry* entry =
-            &handlerEntries().emplace(event, HandlerEntry{func, handlerName(event)}).first->second;
+            &handlerEntries().emplace(event, HandlerEntry{func, handlerName(event), event}).first->second;
     auto handler = [this, entry](std::shared_ptr<VistelEventBase> record) {
         return runQueued(this, *entry, std::move(record));
     };

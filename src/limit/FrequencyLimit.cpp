@@ -237,6 +237,29 @@ bool VistelManager::FrequencyLimit::limitEventOtherTimeoutError(vistelOtherTimeo
     });
 }
 
+std::array<VistelManager::FrequencyLimit::KeyCount, VistelManager::FrequencyLimit::kKeyedPolicies>
+VistelManager::FrequencyLimit::keyCounts() const {
+    auto pairs = [](const std::map<std::string, std::map<std::string, long>>& record) {
+        size_t count = 0;
+        for (const auto& [first, seconds] : record) count += seconds.size();
+        return count;
+    };
+    ScopedLock lock(&mMutex);
+    return {{
+            {"limitEventMemLeak", mMemLeakRecord.size()},
+            {"limitEventMemShortage", mMemShortageRecord.size()},
+            {"limitEventMemLimit", mMemLimitRecord.size()},
+            {"limitEventPreviewBufferRefLeak", mPreviewBufferRefLeakRecord.size()},
+            {"limitEventCaptureBufferRefLeak", mCaptureBufferRefLeakRecord.size()},
+            {"limitEventAlgoProcessTimeoutWarning", mAlgoProcessTimeoutWarningRecord.size()},
+            {"limitEventAlgoProcessTimeoutError", mAlgoProcessTimeoutErrorRecord.size()},
+            {"limitEventSnapshotTimeoutWarning", mSnapshotTimeoutWarningRecord.size()},
+            {"limitEventSnapshotTimeoutError", mSnapshotTimeoutErrorRecord.size()},
+            {"limitEventOtherTimeoutWarning", pairs(mOtherTimeoutWarningRecord)},
+            {"limitEventOtherTimeoutError", pairs(mOtherTimeoutErrorRecord)},
+    }};
+}
+
 // The four self-contained policies log in their own words and at their own levels.
 
 namespace {

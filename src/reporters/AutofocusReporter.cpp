@@ -14,7 +14,8 @@ constexpr unsigned int kSnapshotAfBigdataEventId = 918009001;
 }  // namespace
 
 int VistelManager::SendEventSnapshotAfBigdata(std::shared_ptr<VistelEventBase> event) try {
-    if (refusedNotInitialised(__func__, mInited, event.get())) return -1;
+    counters::KindCounters& counted = counters::of(kEventSnapshotAfBigdata);
+    if (refusedNotInitialised(__func__, mInited, event.get(), counted)) return -1;
     const auto& record = static_cast<const vistelSnapshotAfBigdata&>(*event);
     // Record order. The names are the service's keys, "Fous" and mixed casing included.
     const VistelParam params[] = {
@@ -50,7 +51,9 @@ int VistelManager::SendEventSnapshotAfBigdata(std::shared_ptr<VistelEventBase> e
             VistelParam::integer("flash_mode", record.flash_mode),
             VistelParam::string("appName", record.appName),
     };
-    if (sendVistelEvent(*this, kSnapshotAfBigdataEventId, params) != 0) return -1;
+    if (countedSend(counted, sendVistelEvent(*this, kSnapshotAfBigdataEventId, params)) != 0) {
+        return -1;
+    }
     VLOGI("exit %s()", __func__);
     return 0;
 } catch (const std::exception& e) {

@@ -27,12 +27,14 @@ constexpr HealthAdmission kBootTimeoutAdmission = {
         HealthAdmission::NotInitialisedLine::kInitFailed,
         -1,
         &VistelManager::FrequencyLimit::limitEventBootPerf,
+        kEventBootTimeout,
 };
 constexpr HealthAdmission kScanMsgAdmission = {
         "sendScanMsgReport",
         HealthAdmission::NotInitialisedLine::kInitFailed,
         -2,
         nullptr,
+        kEventScanMsg,
 };
 
 // The mixed-case keys are what the data team reads; keep them as they are.
@@ -57,10 +59,12 @@ std::string formatStepCost(float cost) {
     return text;
 }
 
-// The body of sendBootMsg, whose name its lines carry. Throws when memory runs out: sendBootMsg
-// answers that with its error line, kinds 25 and 31 with their failed result.
-void sendBootNodes(const std::vector<SingleBootNode>& nodes) {
-    static constexpr char kFunction[] = "sendBootMsg";
+// sendBootMsg's work, counted in the row of the record it serves, or in the row of work outside
+// dispatch when the camera stack calls sendBootMsg directly. Logged under sendBootMsg's name.
+// Throws when memory runs out: sendBootMsg answers that with its error line, kinds 25 and 31
+// with their failed result.
+void reportBootNodes(const std::vector<SingleBootNode>& nodes, counters::KindCounters& counted) {
+    constexpr const char* kFunction = "sendBootMsg";
     VISTEL_LOG_AT(ANDROID_LOG_INFO, kFunction, "enter %s(), size:%d", kFunction,
                   static_cast<int>(nodes.size()));
     for (const SingleBootNode& node : nodes) {
@@ -80,18 +84,18 @@ void sendBootNodes(const std::vector<SingleBootNode>& nodes) {
                           static_cast<int>(stepEvents.size()));
             report.PutOvrixEventArray(stage + "COST", stepEvents);
         }
-        Ovrix::Report(report);
+        reportOvrix(report, counted);
     }
 }
 
 // Kinds 25 and 31 share this flow and differ only in their admission.
-int reportBootRecord(const HealthAdmission& admission, bool inited,
-                     VistelEventBase* event, VistelManager::FrequencyLimit& limit) {
+int reportBootRecord(const HealthAdmission& admission, bool inited, VistelEventBase* event,
+                     VistelManager::FrequencyLimit& limit) {
     auto* record = static_cast<vistelBootMsg*>(event);
     if (auto refusal = refuseHealthRecord(admission, inited, record, limit)) {
         return *refusal;
     }
-    sendBootNodes(record->bootNodes);
+    reportBootNodes(record->bootNodes, counters::of(admission.kind));
     VISTEL_LOG_AT(ANDROID_LOG_INFO, admission.reporter, "exit %s()", admission.reporter);
     return 0;
 }
@@ -99,7 +103,7 @@ int reportBootRecord(const HealthAdmission& admission, bool inited,
 }  // namespace
 
 void VistelManager::sendBootMsg(std::vector<SingleBootNode>& nodes) try {
-    sendBootNodes(nodes);
+    reportBootNodes(nodes, counters::outsideDispatch());
 } catch (const std::exception& e) {
     reportFailed(__func__, e);
 }

@@ -88,23 +88,23 @@ struct ReporterContext {
 };
 
 // Enter line, initialised check, `isLimited(data)`, `send(data)`, exit line, all logged under the
-// reporter's name. 0 when sent or dropped by the limiter, -1 otherwise. `send` builds and sends
-// the event and answers 0 on success; the primitive that failed has logged why and destroyed
-// the object, so a failure here needs no message or clean-up of its own.
+// reporter's name and counted in `counted`. 0 when sent or dropped by the limiter, -1 otherwise.
+// `send` builds and sends the event and answers 0 on success; the primitive that failed has
+// logged why and destroyed the object, so a failure here needs no message or clean-up of its own.
 template <typename Body, typename IsLimited, typename Send>
 int reportFault(const char* reporter, bool inited, const std::shared_ptr<VistelEventBase>& event,
-                IsLimited isLimited, Send send) {
+                counters::KindCounters& counted, IsLimited isLimited, Send send) {
     VISTEL_LOG_AT(ANDROID_LOG_INFO, reporter, "enter %s()", reporter);
     // The kind chose this handler, so it also fixes the record's type.
     Body* data = static_cast<Body*>(event.get());
     // Checked before the limiter, so a record that cannot be sent never uses up its hour.
-    if (refusedNotInitialised(reporter, inited, data)) return -1;
+    if (refusedNotInitialised(reporter, inited, data, counted)) return -1;
     if (isLimited(data)) {
         // A drop is a success for the camera stack: there is nothing for it to retry.
-        logLimited(reporter);
+        logLimited(reporter, counted);
         return 0;
     }
-    if (send(data) != 0) return -1;
+    if (countedSend(counted, send(data)) != 0) return -1;
     VISTEL_LOG_AT(ANDROID_LOG_INFO, reporter, "exit %s()", reporter);
     return 0;
 }
@@ -129,7 +129,7 @@ int reportFields(const char* reporter, const FieldReporter<Body>& description,
     auto send = [&](Body* data) {
         return sendIndexedEvent(context.manager, description.eventId, description.params(*data));
     };
-    return reportFault<Body>(reporter, context.inited, event,
+    return reportFault<Body>(reporter, context.inited, event, counters::ofRecord(event.get()),
                              askLimiter(context.limiter, description.limit), send);
 }
 

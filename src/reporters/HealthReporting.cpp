@@ -30,15 +30,19 @@ std::optional<int> refuseHealthRecord(const HealthAdmission& admission, bool ini
                                       const VistelEventBase* record,
                                       VistelManager::FrequencyLimit& limit) {
     const char* name = admission.reporter;
+    counters::KindCounters& counted = counters::of(admission.kind);
     VISTEL_LOG_AT(ANDROID_LOG_INFO, name, "enter %s()", name);
     if (admission.notInitialisedLine == HealthAdmission::NotInitialisedLine::kInitFailed) {
-        if (refusedNotInitialised(name, inited, record)) return admission.notInitialisedResult;
+        if (refusedNotInitialised(name, inited, record, counted)) {
+            return admission.notInitialisedResult;
+        }
     } else if (!inited || record == nullptr) {
         logRecordNotValid(name, record, inited);
+        counted.addNotInitialised();
         return admission.notInitialisedResult;
     }
     if (admission.policy != nullptr && (limit.*admission.policy)()) {
-        logLimited(name);
+        logLimited(name, counted);
         return kLimitedResult;
     }
     return std::nullopt;

@@ -21,6 +21,7 @@ struct HealthAdmission {
     NotInitialisedLine notInitialisedLine;
     int notInitialisedResult;
     Policy policy;  // null: never rate-limited; a limited record gives -2
+    VistelEvent kind;  // whose row counts the refusals (VistelCounters.h)
 };
 
 // Logs the reporter's entry line, then refuses an uninitialised manager, a null record (treated

@@ -16,8 +16,11 @@ constexpr int kMemAllocTimeoutEventId = 918009013;
 constexpr int kBufAllocEventId = 918009012;
 
 constexpr HealthAdmission kAdmission = {
-        "sendMemoryAllocTimeout", HealthAdmission::NotInitialisedLine::kRecordNotValid, -1,
+        "sendMemoryAllocTimeout",
+        HealthAdmission::NotInitialisedLine::kRecordNotValid,
+        -1,
         nullptr,  // every record is reported
+        kEventMemoryAllocTimeout,
 };
 
 constexpr OvrixField<vistelMemAllocTimeout> kAllocTimeoutFields[] = {
@@ -57,7 +60,7 @@ int VistelManager::sendMemoryAllocTimeout(std::shared_ptr<VistelEventBase> event
         putProcessInfo(bufferEvent, buffer.processes);
     }
     report.PutOvrixEventArray("AllocInfo", buffers);
-    Ovrix::Report(report);
+    reportOvrix(report, counters::of(kAdmission.kind));
     VLOGI("exit %s()", __func__);
     return 0;
 } catch (const std::exception& e) {

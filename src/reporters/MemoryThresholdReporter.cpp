@@ -15,8 +15,11 @@ namespace {
 constexpr int kMemExceedThresholdEventId = 918009011;
 
 constexpr HealthAdmission kAdmission = {
-        "sendMemoryExceedThreshold", HealthAdmission::NotInitialisedLine::kRecordNotValid, -1,
+        "sendMemoryExceedThreshold",
+        HealthAdmission::NotInitialisedLine::kRecordNotValid,
+        -1,
         nullptr,  // every record is reported
+        kEventMemoryExceedThreshold,
 };
 
 constexpr OvrixField<vistelMemExceedThreshold> kThresholdFields[] = {
@@ -42,8 +45,7 @@ int VistelManager::sendMemoryExceedThreshold(std::shared_ptr<VistelEventBase> ev
     }
     OvrixEvent report = makeOvrixEvent(kMemExceedThresholdEventId, *record, kThresholdFields);
     putProcessInfo(report, record->processes);
-    // The service gives no answer worth acting on: a lost report is not retried.
-    Ovrix::Report(report);
+    reportOvrix(report, counters::of(kAdmission.kind));
     VLOGI("exit %s()", __func__);
     return 0;
 } catch (const std::exception& e) {

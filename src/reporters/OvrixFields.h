@@ -1,5 +1,6 @@
 // The scalars of a record that go into one Ovrix event, described as a table: each entry names
-// the key and the record member behind it, in the order the keys are put.
+// the key and the record member behind it, in the order the keys are put. And the one call that
+// hands an event over, counted.
 //
 //     constexpr OvrixField<vistelBufAllocInfo> kBufferFields[] = {
 //             {"BufName", &vistelBufAllocInfo::bufName},
@@ -14,6 +15,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+
+#include "VistelCounters.h"
 
 namespace orv {
 
@@ -44,6 +47,12 @@ class OvrixField {
     std::string Record::*mText = nullptr;
     uint64_t Record::*mUnsigned64 = nullptr;
 };
+
+// Hands `event` to the Ovrix service and counts its answer in the row of the record's kind. The
+// reporters go on whatever the answer: a lost report is not retried.
+inline void reportOvrix(OvrixEvent& event, counters::KindCounters& counted) {
+    counted.addServiceAnswer(Ovrix::Report(event) == 0);
+}
 
 // A new event `id` holding the record's scalars, put in table order.
 template <typename Record, size_t N>

@@ -15,7 +15,8 @@ constexpr unsigned int kSnapshotBigdataEventId = 918009000;
 
 int VistelManager::sendEventSnapshotBigdata(std::shared_ptr<VistelEventBase> event) try {
     VLOGI("enter %s()", __func__);
-    if (refusedNotInitialised(__func__, mInited, event.get())) return -1;
+    counters::KindCounters& counted = counters::of(kEventSnapshotBigdata);
+    if (refusedNotInitialised(__func__, mInited, event.get(), counted)) return -1;
     const auto& record = static_cast<const vistelSnapshotBigdata&>(*event);
     // The service's schema lists the time first and the scene last, not in record order.
     const VistelParam params[] = {
@@ -40,7 +41,9 @@ int VistelManager::sendEventSnapshotBigdata(std::shared_ptr<VistelEventBase> eve
             VistelParam::integer("beautyMode", record.beautyMode),
             VistelParam::integer("scene", record.scene),
     };
-    if (sendVistelEvent(*this, kSnapshotBigdataEventId, params) != 0) return -1;
+    if (countedSend(counted, sendVistelEvent(*this, kSnapshotBigdataEventId, params)) != 0) {
+        return -1;
+    }
     VLOGI("exit %s()", __func__);
     return 0;
 } catch (const std::exception& e) {

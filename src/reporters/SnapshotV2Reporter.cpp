@@ -68,7 +68,8 @@ int sendSnapshotV2(const VistelManager& manager, const vistelSnapshotBigdataV2& 
 }  // namespace
 
 int VistelManager::SendEventSnapshotBigdataV2(std::shared_ptr<VistelEventBase> event) try {
-    if (refusedNotInitialised(__func__, mInited, event.get())) return -1;
+    counters::KindCounters& counted = counters::of(kEventSnapshotBigdataV2);
+    if (refusedNotInitialised(__func__, mInited, event.get(), counted)) return -1;
     // Read in place, never copied (it is over a kilobyte). The record is packed, so a reference or
     // pointer to one of its 32-bit lists would be misaligned: their elements are read by value
     // into aligned arrays, which Array2String takes by reference. Texts go by array decay, which
@@ -80,10 +81,9 @@ int VistelManager::SendEventSnapshotBigdataV2(std::shared_ptr<VistelEventBase> e
     for (size_t i = 0; i < kAeCountLength; ++i) aeCount[i] = record.aeCount[i];
     const std::string expoListText = Array2String(expoList);
     const std::string aeCountText = Array2String(aeCount);
-    if (sendSnapshotV2(*this, record, expoListText.c_str(), aeCountText.c_str(),
-                       std::make_index_sequence<kPerfSlots>()) != 0) {
-        return -1;
-    }
+    const int sent = sendSnapshotV2(*this, record, expoListText.c_str(), aeCountText.c_str(),
+                                    std::make_index_sequence<kPerfSlots>());
+    if (countedSend(counted, sent) != 0) return -1;
     VLOGI("exit %s()", __func__);
     return 0;
 } catch (const std::exception& e) {

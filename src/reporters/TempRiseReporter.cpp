@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "OvrixFields.h"
 #include "ReporterChecks.h"
 #include "VistelLog.h"
 
@@ -29,9 +30,11 @@ constexpr int kBatchSize = 60;
 int VistelManager::sendDailyTempRise(std::shared_ptr<VistelEventBase> event) try {
     const auto* record = static_cast<const vistelDailyTempRise*>(event.get());
     TEMP_RISE_LOG(ANDROID_LOG_DEBUG, "CameraHeatBigData enter %s()", __func__);
+    counters::KindCounters& counted = counters::of(kEventDailyTempRise);
     if (!mInited || record == nullptr) {
         TEMP_RISE_LOG(ANDROID_LOG_ERROR, "%s() error: event=%p, inited=%d not valid", __func__,
                       static_cast<const void*>(record), mInited);
+        if (!mInited) counted.addNotInitialised();
         return -1;
     }
 
@@ -53,7 +56,7 @@ int VistelManager::sendDailyTempRise(std::shared_ptr<VistelEventBase> event) try
             report.PutString("AppName", record->appName)
                     .PutString("OpenTime", record->openTime)
                     .PutOvrixEventArray("ROOTCOST", batch);
-            Ovrix::Report(report);
+            reportOvrix(report, counted);
             batch.clear();
             TEMP_RISE_LOG(ANDROID_LOG_DEBUG, "cameraheatbigdata Report90009 %d, index %d",
                           i / kBatchSize, i);

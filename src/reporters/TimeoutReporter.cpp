@@ -84,7 +84,8 @@ template <typename Body>
 int reportTimeout(const char* reporter, typename NonDeduced<LimitPolicy<Body>>::Type limit,
                   TimeoutBuilder<Body> builder, bool isError, const ReporterContext& context,
                   const std::shared_ptr<VistelEventBase>& event) {
-    return reportFault<Body>(reporter, context.inited, event, askLimiter(context.limiter, limit),
+    return reportFault<Body>(reporter, context.inited, event, counters::ofRecord(event.get()),
+                             askLimiter(context.limiter, limit),
                              [&](Body* data) { return (context.manager.*builder)(data, isError); });
 }
 

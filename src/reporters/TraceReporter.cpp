@@ -7,6 +7,7 @@
 
 #include "HealthReporting.h"
 #include "ReporterChecks.h"
+#include "VistelCounters.h"
 #include "VistelLog.h"
 
 namespace orv {
@@ -23,6 +24,7 @@ constexpr HealthAdmission kDumpTraceAdmission = {
         HealthAdmission::NotInitialisedLine::kInitFailed,
         -1,
         &VistelManager::FrequencyLimit::LimitDumpSysTraceError,
+        kEventDumpTrace,
 };
 
 }  // namespace
@@ -36,7 +38,8 @@ int VistelManager::dumpTrace(std::shared_ptr<VistelEventBase> event) try {
     VLOGI("%s() calling systrace for %s begin", __func__, traceName);
     const std::string message =
             "#ARG1:<" + record->traceName + ">#ARG2:<" + std::to_string(kTraceArgument) + ">";
-    __orvlog_jank_print(kJankTypeSystrace, kJankIdSystrace, message.c_str());
+    const int printed = __orvlog_jank_print(kJankTypeSystrace, kJankIdSystrace, message.c_str());
+    counters::of(kDumpTraceAdmission.kind).addServiceAnswer(printed == 0);
     VLOGI("%s() calling systrace for %s end", __func__, traceName);
     return 0;
 } catch (const std::exception& e) {

@@ -1,6 +1,6 @@
 // Every kind reaches its own handler, with the service bound and (in a second process, whose
 // environment sets VISTEL_SERVICE=absent and names no folder with the service library) without
-// it, where the camera must keep working.
+// it, where the camera must keep working; the dump counts each record under its own kind.
 #include <VistelManager.h>
 #include <gtest/gtest.h>
 
@@ -9,6 +9,7 @@
 
 #include "FakeClock.h"
 #include "KindRegistry.h"
+#include "LibraryDump.h"
 #include "LogCapture.h"
 
 namespace vistel_test {
@@ -34,6 +35,8 @@ TEST(AllKindsTest, WithoutTheServiceTheManagerBuildsAndPrimitivesRefuse) {
     LogCapture log;
     orv::VistelManager* manager = orv::VistelManager::GetInstance();
     EXPECT_TRUE(log.has(ANDROID_LOG_ERROR, "Init", "Init() VistelLibLoader::getInstance failed"));
+    EXPECT_EQ(vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines()).service,
+              "vistel service: not bound: libvistel.so could not be opened");
     EXPECT_EQ(log.withBody("registerFunction() registered ok eventId:31").size(), 1u);
     log.clear();
     void* eventObj = nullptr;
@@ -61,9 +64,17 @@ TEST(AllKindsTest, EachKindReachesItsOwnHandler) {
         log.clear();
         std::shared_ptr<orv::VistelEventBase> record = c.make().record;
         ASSERT_EQ(record->GetEventType(), c.kind);
+        const vistel_tools::LibraryDump before =
+                vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
         std::future<int> result = manager->reportMsgImpl(record);
         ASSERT_TRUE(result.valid());
         EXPECT_EQ(result.get(), serviceAbsent() ? notInitialisedResult(c.kind) : 0);
+
+        // The worker counted the record under its own kind and no other.
+        const vistel_tools::LibraryDump after =
+                vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+        EXPECT_EQ((after.kinds.at(c.kind) - before.kinds.at(c.kind)).records, 1u);
+        EXPECT_EQ((after.total - before.total).records, 1u);
 
         // Every handler logs under its own name; none logs under another's.
         bool reached = false;

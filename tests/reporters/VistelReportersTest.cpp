@@ -366,15 +366,19 @@ namespace vistel_test {
 namespace {
 
 // A manager without its service refuses before asking the limiter, so the record does not use
-// up its hour. White-box: this process has the service, so the shared flow is driven directly.
+// up its hour, and counts the record as not initialised only. White-box: this process has the
+// service, so the shared flow is driven directly.
 TEST_F(VistelReportersTest, NotInitialisedRefusesBeforeTheLimiter) {
     bool called = false;
     auto limit = [&](vistelMemLeak*) { return called = true; };
     auto send = [&](vistelMemLeak*) { return called = true, 0; };
+    orv::counters::KindCounters counted;
     EXPECT_EQ(reportFault<vistelMemLeak>("sendEventMemLeak", false,
-                                         sampleOf(kEventMemLeak, "").record, limit, send),
+                                         sampleOf(kEventMemLeak, "").record, counted, limit, send),
               -1);
     EXPECT_FALSE(called);
+    EXPECT_EQ(counted.notInitialised, 1u);
+    EXPECT_EQ(counted.limited + counted.sent + counted.failed + counted.records, 0u);
     EXPECT_TRUE(vistelhost::calls().empty());
     EXPECT_EQ(managerLines(mLog),
               (Strings{"I sendEventMemLeak: enter sendEventMemLeak()",

@@ -1,13 +1,16 @@
 // The whole manager in a process whose service library lacks one of its eleven entry points (the
 // ctest entry's LD_LIBRARY_PATH says which): the camera keeps working, and every kind, dispatched
-// as usual, answers with its not-initialised result, logs why once and reports nothing.
+// as usual, answers with its not-initialised result, logs why once, reports nothing and is
+// counted so; the dump names the missing entry point.
 #include <KindRegistry.h>
+#include <LibraryDump.h>
 #include <OvrixEvent.h>
 #include <VistelManager.h>
 #include <gtest/gtest.h>
 #include <orvlog.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "LogCapture.h"
@@ -71,6 +74,8 @@ TEST(NotInitialisedTest, EveryKindRefusesAndReportsNothing) {
         orvloghost::reset();
         vistel_tools::RecordInstance instance = info.make();
         const Refusal refusal = refusalOf(info.kind);
+        const vistel_tools::LibraryDump before =
+                vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
 
         std::future<int> result = manager->reportMsgImpl(instance.record);
         ASSERT_TRUE(result.valid());
@@ -91,7 +96,22 @@ TEST(NotInitialisedTest, EveryKindRefusesAndReportsNothing) {
         }
         EXPECT_TRUE(ovrixhost::reported().empty());
         EXPECT_TRUE(orvloghost::jankPrints().empty());
+
+        const vistel_tools::LibraryDump after =
+                vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+        vistel_tools::DumpRow counted;
+        counted.name = info.name;
+        counted.records = 1;
+        counted.notInitialised = refusal.error == ErrorLine::kNone ? 0 : 1;
+        EXPECT_EQ(after.kinds.at(info.kind) - before.kinds.at(info.kind), counted);
+        vistel_tools::DumpRow moved = after.total - before.total;
+        moved.name = info.name;
+        EXPECT_EQ(moved, counted) << "counted in another row too";
     }
+    const char* missing = getenv("VISTEL_MISSING_SYMBOL");
+    ASSERT_NE(missing, nullptr) << "the ctest entry names the missing entry point";
+    EXPECT_EQ(vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines()).service,
+              std::string("vistel service: not bound: libvistel.so has no ") + missing);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // Many camera threads reporting every kind at once while the clock moves: every future resolves,
-// and the services receive exactly the records the limiter lets through, each once.
+// the services receive exactly the records the limiter lets through, each once, and the
+// library's own counters (its dump) agree exactly with what the services received.
 //
 // Every record carries a serial number (its "mark") in a field that reaches the service, so
 // each event received names the record it came from. The clock runs through phases: within a
@@ -8,6 +9,7 @@
 // record's fate is then known: in every phase, a limited key lets exactly its first record
 // through if its quiet period has run out since the phase in which it last let one through.
 #include <KindRegistry.h>
+#include <LibraryDump.h>
 #include <OvrixEvent.h>
 #include <RecordJson.h>
 #include <VistelHostService.h>
@@ -119,6 +121,7 @@ bool limitedPerKey(const KindInfo& info) {
 // What the test knows about one record it sent.
 struct Sent {
     VistelEvent kind;
+    bool direct = false;  // handed to sendBootMsg, not dispatched
     std::string group;  // the limiter's unit: kind, key (if per key) and phase
     int phase;
     std::optional<int> result;
@@ -220,6 +223,7 @@ class StressTest : public ::testing::Test {
         vistelhost::reset();
         ovrixhost::reset();
         orvloghost::reset();
+        mCountersBefore = vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
     }
 
     void TearDown() override {
@@ -259,6 +263,7 @@ class StressTest : public ::testing::Test {
                     Sent& sent = mSent[index];
                     const KindInfo& info = infoOf(load.kind);
                     sent.kind = load.kind;
+                    sent.direct = direct;
                     sent.phase = phase;
                     sent.group = std::string(info.name) + "/" + (limitedPerKey(info) ? key : "") +
                                  "/" + std::to_string(phase);
@@ -363,12 +368,41 @@ class StressTest : public ::testing::Test {
         return refused;
     }
 
+    // The library counted, per kind, every record dispatched, every event the services
+    // received, every drop and every refusal, and the direct sendBootMsg calls apart.
+    void expectCountersAgree() {
+        using vistel_tools::DumpRow;
+        std::map<uint32_t, DumpRow> expected;
+        DumpRow direct;
+        for (const Sent& sent : mSent) {
+            DumpRow& row = sent.direct ? direct : expected[sent.kind];
+            row.records += sent.direct ? 0 : 1;
+            row.sent += sent.events;
+            if (sent.result == -1) {
+                ++row.failed;  // only ever the service refusing: it is bound
+            } else if (sent.events == 0 && infoOf(sent.kind).service != Service::kNone) {
+                ++row.limited;
+            }
+        }
+        const vistel_tools::LibraryDump after =
+                vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+        for (const KindInfo& info : vistel_tools::kinds()) {
+            expected[info.kind].name = info.name;
+            EXPECT_EQ(after.kinds.at(info.kind) - mCountersBefore.kinds.at(info.kind),
+                      expected[info.kind]);
+        }
+        direct.name = after.direct.name;
+        EXPECT_EQ(after.direct - mCountersBefore.direct, direct);
+    }
+
     std::vector<Sent> mSent;  // indexed by mark - kFirstMark
+    vistel_tools::LibraryDump mCountersBefore;
 };
 
 TEST_F(StressTest, EveryKindAtOnceDeliversExactlyWhatTheLimiterAllows) {
     run();
     expectLimiterHonoured(/*serviceMayRefuse=*/false);
+    expectCountersAgree();
 }
 
 // The service refuses creations, parameters and sends at arbitrary moments while every kind is
@@ -393,6 +427,7 @@ TEST_F(StressTest, ServiceFailuresUnderLoadLeaveNothingBehind) {
     });
     const int refused = expectLimiterHonoured(/*serviceMayRefuse=*/true);
     EXPECT_GT(refused, 0) << "no fault was hit: the test proves nothing";
+    expectCountersAgree();
     RecordProperty("faultsArmed", armed.load());
     RecordProperty("refused", refused);
 }

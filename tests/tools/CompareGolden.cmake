@@ -1,14 +1,20 @@
-# Runs vistel-replay --json on one scenario and compares its output with the expected lines.
+# Runs vistel-replay and compares its output with the expected file.
 #
-#   cmake -DTOOL=<vistel-replay> -DSCENARIO=<x.json> -DEXPECTED=<x.jsonl>
+#   cmake -DTOOL=<vistel-replay> [-DARGS=<arg|arg|...>] [-DSCENARIO=<x.json>] -DEXPECTED=<file>
 #         [-DEMULATOR=<runner|arg|...>] -P CompareGolden.cmake
+#
+# The tool runs as `TOOL ARGS SCENARIO`; ARGS defaults to --json.
 #
 # With VISTEL_UPDATE_GOLDEN=1 in the environment it writes the expected file instead: run
 #   VISTEL_UPDATE_GOLDEN=1 ctest -R tools_golden
 # after a deliberate change of the library's output, and review the diff before committing.
 
 string(REPLACE "|" ";" emulator "${EMULATOR}")
-execute_process(COMMAND ${emulator} ${TOOL} --json ${SCENARIO}
+if(NOT DEFINED ARGS)
+    set(ARGS "--json")
+endif()
+string(REPLACE "|" ";" args "${ARGS}")
+execute_process(COMMAND ${emulator} ${TOOL} ${args} ${SCENARIO}
                 OUTPUT_VARIABLE actual ERROR_VARIABLE errors RESULT_VARIABLE status)
 if(NOT status EQUAL 0)
     message(FATAL_ERROR "vistel-replay exited with ${status}:\n${errors}")
@@ -22,8 +28,8 @@ endif()
 
 file(READ ${EXPECTED} expected)
 if(NOT actual STREQUAL expected)
-    get_filename_component(name ${EXPECTED} NAME_WE)
-    set(actualFile ${CMAKE_CURRENT_BINARY_DIR}/${name}.actual.jsonl)
+    get_filename_component(name ${EXPECTED} NAME)
+    set(actualFile ${CMAKE_CURRENT_BINARY_DIR}/${name}.actual)
     file(WRITE ${actualFile} "${actual}")
     execute_process(COMMAND diff -u ${EXPECTED} ${actualFile} OUTPUT_VARIABLE diff)
     message(FATAL_ERROR "output differs from ${EXPECTED} (actual in ${actualFile}):\n${diff}")

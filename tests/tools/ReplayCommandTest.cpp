@@ -9,6 +9,7 @@
 #include <sstream>
 #include <tuple>
 
+#include "LibraryDump.h"
 #include "ReplayMain.h"
 #include "ReportWriter.h"
 
@@ -168,6 +169,45 @@ TEST(ReplayCommandTest, CommandLines) {
     const std::string list = runTool({"--list"}).out;
     EXPECT_EQ(std::count(list.begin(), list.end(), '\n'), 1 + 2 * orv::kVistelEventCount);
     remove(scenario.c_str());
+}
+
+// Over a camera day the library's own counters move exactly as the replay counted, kind by kind:
+// every record dispatched, every event the services received, every drop. --dump shows them
+// after the summary, under the tools' names of the kinds.
+TEST(ReplayCommandTest, LibraryCountersAgreeWithTheReplay) {
+    using vistel_tools::DumpRow;
+    const vistel_tools::LibraryDump before =
+            vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+    const ToolRun run = runTool({"--json", "--dump", VISTEL_CAMERA_DAY});
+    ASSERT_EQ(run.status, kExitOk) << run.err;
+    std::istringstream lines(run.out);
+    std::vector<nlohmann::json> objects;
+    for (std::string line; std::getline(lines, line);) {
+        objects.push_back(nlohmann::json::parse(line));
+    }
+    ASSERT_GE(objects.size(), 2u);
+    const nlohmann::json& summary = objects[objects.size() - 2].at("summary");
+    const vistel_tools::LibraryDump after = vistel_tools::parseLibraryDump(
+            objects.back().at("dump").get<std::vector<std::string>>());
+    EXPECT_EQ(after.unparsed, std::vector<std::string>());
+    EXPECT_EQ(after.service, "vistel service: bound (libvistel.so)");
+
+    std::map<uint32_t, DumpRow> replayed;
+    for (const auto& kind : summary.at("kinds")) {
+        DumpRow& row = replayed[kind.at("kind").get<uint32_t>()];
+        row.records = kind.at("records");
+        row.sent = kind.at("events");
+        row.limited = kind.at("dropped");
+        row.failed = kind.at("failed");  // with the service bound, nothing is not initialised
+    }
+    EXPECT_EQ(replayed.size(), orv::kVistelEventCount) << "the day no longer covers every kind";
+    for (const vistel_tools::KindInfo& info : vistel_tools::kinds()) {
+        DumpRow expected = replayed[info.kind];
+        expected.name = info.name;
+        EXPECT_EQ(after.kinds.at(info.kind) - before.kinds.at(info.kind), expected) << info.name;
+    }
+    EXPECT_EQ((after.direct - before.direct).sent, 0u);
+    EXPECT_EQ((after.total - before.total).records, summary.at("records").get<uint64_t>());
 }
 
 // A service that refuses a parameter or a send makes the step "failed", with the refusing

@@ -6,6 +6,8 @@
 #include <optional>
 
 #include "Catalog.h"
+#include "Dictionary.h"
+#include "LibraryDump.h"
 #include "ReportWriter.h"
 #include "Scenario.h"
 
@@ -14,9 +16,11 @@ namespace vistel_replay {
 namespace {
 
 constexpr char kUsage[] =
-        "usage: vistel-replay [--json] [--full] [--verbose] SCENARIO.json   (- reads stdin)\n"
+        "usage: vistel-replay [--json] [--full] [--verbose] [--dump] SCENARIO.json"
+        "   (- reads stdin)\n"
         "       vistel-replay --list\n"
         "       vistel-replay --describe KIND\n"
+        "       vistel-replay --dictionary [--json]\n"
         "\n"
         "Replays camera records through libc_vistel on a virtual clock and shows what the\n"
         "reporting services received and what the rate limiter dropped.\n"
@@ -24,19 +28,25 @@ constexpr char kUsage[] =
         "  --json          one JSON object per step, then one with the summary\n"
         "  --full          every parameter, nested events indented (the text form)\n"
         "  --verbose       the library's own log lines with each step\n"
+        "  --dump          the library's own counters after the summary, as\n"
+        "                  VistelManager::dump() writes them\n"
         "  --list          the 32 kinds: handler, service, event identifiers, limit\n"
         "  --describe KIND the fields of a kind's record and an example step; KIND is a\n"
         "                  number, a name such as MemLeak, or a handler such as dumpTrace\n"
+        "  --dictionary    every event the library sends and every parameter, with the\n"
+        "                  record field it comes from, derived by running the library\n"
+        "                  (Markdown; with --json one JSON object per event)\n"
         "\n"
         "A scenario is a JSON array of steps such as\n"
         "  {\"at\": 30, \"kind\": \"MemLeak\", \"name\": \"FeatureNode\", \"value1\": 3}\n"
         "with \"at\" in seconds from the start, the record's fields by name, and an optional\n"
         "\"note\" that is ignored; // comments are allowed.\n"
         "\n"
-        "exit status: 0 replayed, 1 bad scenario (nothing replayed), 2 bad command line\n";
+        "exit status: 0 replayed, 1 bad scenario (nothing replayed) or no dictionary, 2 bad\n"
+        "command line\n";
 
 struct CommandLine {
-    enum class Action { kReplay, kList, kDescribe, kHelp } action = Action::kReplay;
+    enum class Action { kReplay, kList, kDescribe, kDictionary, kHelp } action = Action::kReplay;
     ReportOptions report;
     std::string operand;  // the scenario, or the kind to describe
 };
@@ -54,10 +64,14 @@ std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& args
             command.report.full = true;
         } else if (arg == "--verbose") {
             command.report.verbose = true;
+        } else if (arg == "--dump") {
+            command.report.dump = true;
         } else if (arg == "--list") {
             command.action = CommandLine::Action::kList;
         } else if (arg == "--describe") {
             command.action = CommandLine::Action::kDescribe;
+        } else if (arg == "--dictionary") {
+            command.action = CommandLine::Action::kDictionary;
         } else if (arg == "--help" || arg == "-h") {
             command.action = CommandLine::Action::kHelp;
         } else if (arg.size() > 1 && arg[0] == '-') {
@@ -91,6 +105,23 @@ int describe(const std::string& kindText, std::ostream& out, std::ostream& err) 
         return kExitUsage;
     }
     printKindDescription(*kind, out);
+    return kExitOk;
+}
+
+int printDictionary(bool json, std::ostream& out, std::ostream& err) {
+    const Dictionary dictionary = deriveDictionary();
+    if (!dictionary.errors.empty()) {
+        for (const std::string& error : dictionary.errors) {
+            err << "vistel-replay: " << error << "\n";
+        }
+        err << "vistel-replay: the dictionary could not be derived\n";
+        return kExitBadInput;
+    }
+    if (json) {
+        printDictionaryJson(dictionary, out);
+    } else {
+        printDictionaryMarkdown(dictionary, out);
+    }
     return kExitOk;
 }
 
@@ -133,6 +164,7 @@ int replay(const CommandLine& command, std::ostream& out, std::ostream& err) {
         writer->step(report);
     }
     writer->finish(summary);
+    if (command.report.dump) writer->dump(vistel_tools::libraryDumpLines());
     return kExitOk;
 }
 
@@ -153,6 +185,8 @@ int replayMain(const std::vector<std::string>& args, std::ostream& out, std::ost
             return kExitOk;
         case CommandLine::Action::kDescribe:
             return describe(command->operand, out, err);
+        case CommandLine::Action::kDictionary:
+            return printDictionary(command->report.json, out, err);
         case CommandLine::Action::kReplay:
             break;
     }

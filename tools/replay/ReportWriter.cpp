@@ -178,6 +178,11 @@ class TextReportWriter : public ReportWriter {
         mOut << line;
     }
 
+    void dump(const std::vector<std::string>& lines) override {
+        mOut << "\n";
+        for (const std::string& line : lines) mOut << line << "\n";
+    }
+
   private:
     static const char* label(Outcome outcome) {
         switch (outcome) {
@@ -294,6 +299,10 @@ class JsonReportWriter : public ReportWriter {
         ordered_json total = tallyJson(summary.total);
         total["kinds"] = std::move(kinds);
         mOut << dumpValue(ordered_json{{"summary", std::move(total)}}) << "\n";
+    }
+
+    void dump(const std::vector<std::string>& lines) override {
+        mOut << dumpValue(ordered_json{{"dump", lines}}) << "\n";
     }
 
   private:

@@ -4,6 +4,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "Replayer.h"
 
@@ -13,6 +14,7 @@ struct ReportOptions {
     bool json = false;     // one JSON object per step, then one with the summary
     bool full = false;     // text: every parameter, nested events indented (JSON always has all)
     bool verbose = false;  // the library's own log lines with each step
+    bool dump = false;     // the library's own counters after the summary
 };
 
 class ReportWriter {
@@ -22,6 +24,8 @@ class ReportWriter {
                        const Replayer& replayer) = 0;
     virtual void step(const StepReport& report) = 0;
     virtual void finish(const Summary& summary) = 0;
+    // The library's own dump (vistel_tools::libraryDumpLines()), after the summary.
+    virtual void dump(const std::vector<std::string>& lines) = 0;
 };
 
 std::unique_ptr<ReportWriter> makeReportWriter(const ReportOptions& options, std::ostream& out);

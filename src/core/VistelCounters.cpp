@@ -1,0 +1,32 @@
+#include "VistelCounters.h"
+
+namespace orv {
+namespace counters {
+
+KindCounters gRows[kVistelEventCount + 1];
+
+namespace {
+
+std::atomic<Binding> gBinding{Binding::kNotTried};
+std::atomic<const char*> gMissingFunction{nullptr};
+
+}  // namespace
+
+KindCounters& ofRecord(VistelEventBase* record) {
+    if (record == nullptr) return outsideDispatch();
+    const uint32_t kind = record->GetEventType();
+    return gRows[kind < kVistelEventCount ? kind : kOutsideDispatch];
+}
+
+void recordBinding(Binding binding, const char* missingFunction) {
+    gMissingFunction.store(missingFunction, std::memory_order_relaxed);
+    gBinding.store(binding, std::memory_order_release);
+}
+
+BindingState bindingState() {
+    const Binding binding = gBinding.load(std::memory_order_acquire);
+    return {binding, gMissingFunction.load(std::memory_order_relaxed)};
+}
+
+}  // namespace counters
+}  // namespace orv

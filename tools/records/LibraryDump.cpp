@@ -1,0 +1,108 @@
+#include "LibraryDump.h"
+
+#include <VistelManager.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <sstream>
+
+namespace vistel_tools {
+
+std::vector<std::string> libraryDumpLines() {
+    // A file in memory: the dump writes to a descriptor, and a pipe could fill before it is read.
+    const int fd = memfd_create("vistel-dump", MFD_CLOEXEC);
+    if (fd < 0) return {};
+    orv::VistelManager::GetInstance()->dump(fd);
+    std::string text;
+    char buffer[4096];
+    lseek(fd, 0, SEEK_SET);
+    for (ssize_t got; (got = read(fd, buffer, sizeof(buffer))) > 0;) text.append(buffer, got);
+    close(fd);
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) lines.push_back(line);
+    return lines;
+}
+
+DumpRow DumpRow::operator-(const DumpRow& earlier) const {
+    return {name,
+            records - earlier.records,
+            sent - earlier.sent,
+            limited - earlier.limited,
+            notInitialised - earlier.notInitialised,
+            failed - earlier.failed};
+}
+
+bool DumpRow::operator==(const DumpRow& other) const {
+    return name == other.name && records == other.records && sent == other.sent &&
+           limited == other.limited && notInitialised == other.notInitialised &&
+           failed == other.failed;
+}
+
+std::ostream& operator<<(std::ostream& out, const DumpRow& row) {
+    return out << row.name << ": records " << row.records << ", sent " << row.sent << ", limited "
+               << row.limited << ", not-initialised " << row.notInitialised << ", failed "
+               << row.failed;
+}
+
+namespace {
+
+std::vector<std::string> tokens(const std::string& line) {
+    std::istringstream stream(line);
+    std::vector<std::string> words;
+    for (std::string word; stream >> word;) words.push_back(word);
+    return words;
+}
+
+bool isCount(const std::string& word) {
+    return !word.empty() && word.find_first_not_of("0123456789") == std::string::npos;
+}
+
+// "<kind> <name...> <records> <sent> <limited> <not-initialised> <failed>"; the kind column is
+// empty on the total's line.
+bool parseRow(const std::vector<std::string>& words, std::string& kind, DumpRow& row) {
+    constexpr size_t kCounts = 5;
+    if (words.size() < kCounts + 1) return false;
+    const size_t nameEnd = words.size() - kCounts;
+    for (size_t i = nameEnd; i < words.size(); ++i) {
+        if (!isCount(words[i])) return false;
+    }
+    const size_t nameStart = words[0] == "total" ? 0 : 1;
+    kind = nameStart == 0 ? "" : words[0];
+    row.name.clear();
+    for (size_t i = nameStart; i < nameEnd; ++i) row.name += (i > nameStart ? " " : "") + words[i];
+    uint64_t* counts[kCounts] = {&row.records, &row.sent, &row.limited, &row.notInitialised,
+                                 &row.failed};
+    for (size_t i = 0; i < kCounts; ++i) *counts[i] = std::stoull(words[nameEnd + i]);
+    return true;
+}
+
+}  // namespace
+
+LibraryDump parseLibraryDump(const std::vector<std::string>& lines) {
+    LibraryDump dump;
+    for (const std::string& line : lines) {
+        const std::vector<std::string> words = tokens(line);
+        std::string kind;
+        DumpRow row;
+        if (line.rfind("vistel service: ", 0) == 0) {
+            dump.service = line;
+        } else if (parseRow(words, kind, row)) {
+            if (isCount(kind)) {
+                dump.kinds[static_cast<uint32_t>(std::stoul(kind))] = row;
+            } else if (kind == "-") {
+                dump.direct = row;
+            } else {
+                dump.total = row;
+            }
+        } else if (words.size() == 2 && words[0].rfind("limit", 0) == 0 && isCount(words[1])) {
+            dump.keys[words[0]] = std::stoull(words[1]);
+        } else if (line.rfind("libc_vistel ", 0) != 0 && (words.empty() || words[0] != "kind") &&
+                   line.rfind("keyed limit policy", 0) != 0) {
+            dump.unparsed.push_back(line);
+        }
+    }
+    return dump;
+}
+
+}  // namespace vistel_tools

@@ -1,0 +1,48 @@
+// VistelManager::dump() read back, for the tools that show it and the tests that check the
+// library's counters against what the services received.
+//
+//     LibraryDump before = parseLibraryDump(libraryDumpLines());
+//     ... report records ...
+//     DumpRow leaks = parseLibraryDump(libraryDumpLines()).kinds[0] - before.kinds[0];
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace vistel_tools {
+
+// What the dump writes now, line by line.
+std::vector<std::string> libraryDumpLines();
+
+// One line of the table: a kind, the direct sendBootMsg calls or the total.
+struct DumpRow {
+    std::string name;
+    uint64_t records = 0;
+    uint64_t sent = 0;
+    uint64_t limited = 0;
+    uint64_t notInitialised = 0;
+    uint64_t failed = 0;
+
+    // The counts since `earlier`, under this row's name.
+    DumpRow operator-(const DumpRow& earlier) const;
+    bool operator==(const DumpRow& other) const;
+};
+
+// "MemLeak: records 3, sent 2, limited 1, not-initialised 0, failed 0", for test messages.
+std::ostream& operator<<(std::ostream& out, const DumpRow& row);
+
+struct LibraryDump {
+    std::map<uint32_t, DumpRow> kinds;  // by kind number
+    DumpRow direct;                     // sendBootMsg called directly
+    DumpRow total;
+    std::string service;                   // the binding line
+    std::map<std::string, uint64_t> keys;  // keyed limit policy -> keys it holds
+    std::vector<std::string> unparsed;     // lines of none of these forms
+};
+
+LibraryDump parseLibraryDump(const std::vector<std::string>& lines);
+
+}  // namespace vistel_tools
