@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <fstream>
+#include <map>
+#include <set>
 #include <sstream>
 #include <tuple>
 
@@ -208,6 +210,60 @@ TEST(ReplayCommandTest, LibraryCountersAgreeWithTheReplay) {
     }
     EXPECT_EQ((after.direct - before.direct).sent, 0u);
     EXPECT_EQ((after.total - before.total).records, summary.at("records").get<uint64_t>());
+}
+
+// The identifiers of `params`' nested events, at any depth; `untyped` collects every parameter
+// of an unknown type, or with neither a field nor how it is computed.
+void collectNested(const nlohmann::json& params, std::set<long>& ids,
+                   std::vector<std::string>& untyped) {
+    static const std::set<std::string> kTypes = {"integer", "integer64", "float",
+                                                 "text",    "list",      "events"};
+    for (const auto& param : params) {
+        const bool explained = param.contains("field") != param.contains("computed");
+        if (kTypes.count(param.value("type", "")) == 0 || !explained) {
+            untyped.push_back(param.dump());
+        }
+        if (!param.contains("params")) continue;
+        ids.insert(param.at("id").get<long>());
+        collectNested(param["params"], ids, untyped);
+    }
+}
+
+// The dictionary the tool derives covers every event identifier the kind table says each kind
+// sends, nested events and the jank print included, and every parameter has a known type and
+// either a field or how it is computed.
+TEST(ReplayCommandTest, DictionaryCoversEveryKindsEvents) {
+    const ToolRun run = runTool({"--dictionary", "--json"});
+    ASSERT_EQ(run.status, kExitOk) << run.err;
+    std::map<uint32_t, std::set<long>> sentBy;
+    std::vector<std::string> untyped;
+    std::istringstream lines(run.out);
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_EQ(line.rfind("{\"id\": ", 0), 0u) << line;
+        const nlohmann::json event = nlohmann::json::parse(line);
+        std::set<long> ids;
+        if (!event.at("id").is_null()) ids.insert(event["id"].get<long>());
+        collectNested(event.at("params"), ids, untyped);
+        for (const auto& kind : event.at("kinds")) sentBy[kind].insert(ids.begin(), ids.end());
+    }
+    EXPECT_EQ(untyped, std::vector<std::string>());
+    for (const vistel_tools::KindInfo& info : vistel_tools::kinds()) {
+        std::set<long> expected;
+        const std::string events = info.events;
+        if (info.service == vistel_tools::Service::kJankPrint) {
+            expected.insert(std::stol(events.substr(events.find("id ") + 3)));  // "type 3, id 474"
+        } else {
+            // "918009013 [918009012 [918009010]]", "918009009 [918009008] per 60 entries", "-".
+            std::istringstream words(events);
+            for (std::string word; words >> word;) {
+                word.erase(0, word.find_first_not_of('['));
+                if (word.size() >= 9 && isdigit(static_cast<unsigned char>(word[0]))) {
+                    expected.insert(std::stol(word));
+                }
+            }
+        }
+        EXPECT_EQ(sentBy[info.kind], expected) << info.name;
+    }
 }
 
 // A service that refuses a parameter or a send makes the step "failed", with the refusing
