@@ -39,7 +39,7 @@ test-asan: TEST_ENV := ASAN_OPTIONS=halt_on_error=1:detect_leaks=1:detect_stack_
 # with address randomisation off.
 TSAN_LAUNCHER := $(shell test "$$(cat /proc/sys/vm/mmap_rnd_bits 2>/dev/null || echo 0)" -gt 28 \
     && echo setarch $$(uname -m) -R)
-test-tsan: TEST_ENV := TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 $(TSAN_LAUNCHER)
+test-tsan: TEST_ENV := TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$(abspath tests/tsan.supp) $(TSAN_LAUNCHER)
 
 # The fuzzer is a clang project of its own (fuzz/CMakeLists.txt) under ASan and UBSan; `make fuzz`
 # runs it for FUZZ_SECONDS, `make test` for a minute. New inputs go to $(FUZZ_DIR)/corpus, crashing
