@@ -69,13 +69,6 @@ const Registration kRegistrations[] = {
         VISTEL_REGISTRATION(kEventScanMsg, sendScanMsgReport),
 };
 
-// What a registered kind's handler calls, and the name its lines carry.
-struct HandlerEntry {
-    VistelManager::HandlerMethod method;
-    const char* name;
-    VistelEvent kind;
-};
-
 const char* handlerName(VistelEvent kind) {
     for (const Registration& registration : kRegistrations) {
         if (registration.kind == kind) return registration.name;
@@ -89,14 +82,14 @@ const char* handlerName(VistelEvent kind) {
 // its own. Pointing at the entry here keeps a handler at two plain pointers. Filled while the
 // manager is built; never destroyed, because tasks still queued at exit keep their copies of the
 // handlers. Map nodes never move.
-std::map<VistelEvent, HandlerEntry>& handlerEntries() {
-    static auto* const sEntries = new std::map<VistelEvent, HandlerEntry>();
+std::map<VistelEvent, Registration>& handlerEntries() {
+    static auto* const sEntries = new std::map<VistelEvent, Registration>();
     return *sEntries;
 }
 
 // Runs one queued record through its reporter while the manager is there to run it. A task that
 // starts once the manager is being destroyed reads nothing of it: not even the handler table.
-int runQueued(VistelManager* manager, const HandlerEntry& entry,
+int runQueued(VistelManager* manager, const Registration& entry,
               std::shared_ptr<VistelEventBase> record) {
     ReporterGate::Pass pass(ReporterGate::instance());
     if (!pass.entered()) {
@@ -106,16 +99,14 @@ int runQueued(VistelManager* manager, const HandlerEntry& entry,
     }
     // Counted here, on the worker: the camera thread that queued the record pays nothing.
     counters::of(entry.kind).addRecord();
-    return (manager->*entry.method)(std::move(record));
+    return (manager->*entry.handler)(std::move(record));
 }
+
+RecordModules gRecordModules;
 
 }  // namespace
 
 char g_logGitTag[64] = {};
-
-namespace {
-RecordModules gRecordModules;
-}  // namespace
 
 VistelManager* VistelManager::GetInstance() {
     // Built once, under the language's thread-safe guard, and destroyed at exit or unload.
@@ -170,8 +161,9 @@ void VistelManager::registerFunction(VistelEvent event, HandlerMethod func) {
         VLOGE("%s() registered failed with existed key:%d", __func__, event);
         return;
     }
-    const HandlerEntry* entry =
-            &handlerEntries().emplace(event, HandlerEntry{func, handlerName(event), event}).first->second;
+    const Registration* entry =
+            &handlerEntries().emplace(event, Registration{event, func, handlerName(event)})
+                     .first->second;
     auto handler = [this, entry](std::shared_ptr<VistelEventBase> record) {
         return runQueued(this, *entry, std::move(record));
     };
