@@ -18,7 +18,7 @@ class RecordModules {
     void keepLoaded(VistelEvent kind, const VistelEventBase& record) {
         // The vtable pointer names the record's type, and so the module that defined it.
         const void* vtable;
-        memcpy(&vtable, &record, sizeof(vtable));
+        memcpy(&vtable, static_cast<const void*>(&record), sizeof(vtable));
         if (kind < kVistelEventCount &&
             mLastVtable[kind].load(std::memory_order_relaxed) != vtable) {
             pin(kind, vtable);
