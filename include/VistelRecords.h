@@ -3,7 +3,8 @@
  *
  * Both sides compile these exact declarations: every record derives from VistelEventBase, whose
  * only content is the vtable pointer, and its own fields follow right after it. Fixed-size text
- * fields are NUL-terminated by the camera stack; the library passes their address on unchanged.
+ * fields normally hold a NUL-terminated text, whose address the library passes on unchanged; a
+ * field filled to its last byte is taken whole, and never read beyond.
  *
  * A record with a single kind answers it from GetEventType(). Bodies that several kinds share
  * (warning and error time-outs, the boot record) are sent through VistelRecord<kind, body>:

@@ -1,6 +1,7 @@
 // Kind 14: the autofocus conditions and timings of one capture, every parameter by name.
 #define LOG_TAG "VistelManager"
 
+#include "FieldText.h"
 #include "ReporterChecks.h"
 #include "VistelEventSender.h"
 #include "VistelLog.h"
@@ -16,6 +17,7 @@ constexpr unsigned int kSnapshotAfBigdataEventId = 918009001;
 int VistelManager::SendEventSnapshotAfBigdata(std::shared_ptr<VistelEventBase> event) {
     if (refusedNotInitialised(__func__, mInited)) return -1;
     const auto& record = static_cast<const vistelSnapshotAfBigdata&>(*event);
+    TerminatedTexts<sizeof(vistelSnapshotAfBigdata)> texts;
     // Record order. The names are the service's keys, "Fous" and mixed casing included.
     const VistelParam params[] = {
             VistelParam::integer("Distance", record.Distance),
@@ -48,7 +50,7 @@ int VistelManager::SendEventSnapshotAfBigdata(std::shared_ptr<VistelEventBase> e
             VistelParam::integer("fps", record.fps),
             VistelParam::real("zoom_ratio", record.zoom_ratio),
             VistelParam::integer("flash_mode", record.flash_mode),
-            VistelParam::string("appName", record.appName),
+            VistelParam::string("appName", texts.cString(record.appName)),
     };
     if (sendVistelEvent(*this, kSnapshotAfBigdataEventId, params) != 0) return -1;
     VLOGI("exit %s()", __func__);
