@@ -9,12 +9,15 @@
 //                      bits 2-7: which set/fill call from now is refused
 //     i16  clock step  seconds the clock moves before the report (negative: backwards)
 //     ...  the record's fields in declaration order, through the field tables of tools/records:
-//          numbers as their bytes, a char[N] as u8 length (at most N - 1) and that many bytes,
+//          numbers as their bytes, a char[N] as u8 length and that many bytes (a length of N or
+//          more, and 255 for the fields longer than that, fill all N bytes: no terminator),
 //          a std::string as u8 length and bytes, a vector or map as u8 element count and its
 //          elements (a map entry's key first)
 //
 // After every report nothing may be left behind: no live event object, no call on a destroyed
-// one, a result of 0, -1 or -2. A breach aborts, which libFuzzer reports with the input.
+// one, a result of 0, -1 or -2, no field without a terminator handed to the service by address.
+// A breach aborts, which libFuzzer reports with the input; so does any read past a field that
+// AddressSanitizer sees.
 #include <KindRegistry.h>
 #include <OvrixEvent.h>
 #include <RecordFields.h>
@@ -30,6 +33,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <set>
 #include <string>
 
 namespace {
@@ -79,10 +83,12 @@ void fillStruct(ByteReader& in, const StructLayout& layout, void* object);
 void fillValue(ByteReader& in, const Field& field, size_t elementSize, char* member) {
     switch (field.type) {
         case FieldType::kText: {
-            // Any bytes, embedded zeros included, always terminated inside the field.
-            const size_t length = std::min<size_t>(in.take<uint8_t>(), field.size - 1);
-            in.takeInto(member, length);
-            member[field.size - 1] = '\0';
+            // Any bytes, embedded zeros included, up to the field's last byte: the camera stack
+            // may leave a field without a terminator. The record starts zero-filled, so a
+            // shorter text is terminated.
+            const uint8_t length = in.take<uint8_t>();
+            in.takeInto(member,
+                        length == UINT8_MAX ? field.size : std::min<size_t>(length, field.size));
             break;
         }
         case FieldType::kString:
@@ -129,18 +135,41 @@ struct UnknownKindRecord : orv::VistelEventBase {
     uint32_t mKind;
 };
 
-std::shared_ptr<orv::VistelEventBase> readRecord(ByteReader& in, uint8_t kind) {
-    if (kind == 254) return nullptr;
+// The record, and its body when it is of a known kind.
+vistel_tools::RecordInstance readRecord(ByteReader& in, uint8_t kind) {
+    if (kind == 254) return {nullptr, nullptr};
     if (kind == 255) {
         // A known kind always comes with its own record type: the kind fixes the cast.
         const uint32_t claimed = in.take<uint32_t>();
-        return std::make_shared<UnknownKindRecord>(std::max(claimed, orv::kVistelEventCount));
+        return {std::make_shared<UnknownKindRecord>(std::max(claimed, orv::kVistelEventCount)),
+                nullptr};
     }
-    if (kind >= orv::kVistelEventCount) return std::make_shared<UnknownKindRecord>(kind);
+    if (kind >= orv::kVistelEventCount) return {std::make_shared<UnknownKindRecord>(kind), nullptr};
     const vistel_tools::KindInfo& info = vistel_tools::kinds()[kind];
     vistel_tools::RecordInstance instance = info.make();
     fillStruct(in, info.layout(), instance.body);
-    return instance.record;
+    return instance;
+}
+
+// The service reads an indexed text at its address up to the terminator, whenever it likes
+// until the event is sent; the host service does not know which values are texts. So no
+// indexed value may be the address of a field left without a terminator.
+bool passedUnterminatedField(const StructLayout& layout, const void* body) {
+    std::set<long> unterminated;
+    vistel_tools::forEachTextField(layout, body,
+                                   [&](const std::string&, const char* field, size_t size) {
+                                       if (memchr(field, 0, size) == nullptr)
+                                           unterminated.insert(reinterpret_cast<long>(field));
+                                   });
+    for (const vistelhost::SentEvent& event : vistelhost::sentEvents()) {
+        for (const vistelhost::Param& param : event.params) {
+            if (param.type == vistelhost::ParamType::kIndexed &&
+                unterminated.count(param.intValue) != 0) {
+                return true;
+            }
+        }
+    }
+    return false;
 }
 
 void armRefusal(uint8_t control) {
@@ -186,10 +215,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const uint8_t kind = in.take<uint8_t>();
         const uint8_t control = in.take<uint8_t>();
         const int16_t clockStepS = in.take<int16_t>();
-        std::shared_ptr<orv::VistelEventBase> record = readRecord(in, kind);
+        vistel_tools::RecordInstance record = readRecord(in, kind);
         armRefusal(control);
         gNowNs += clockStepS * 1000000000LL;
-        std::future<int> result = manager->reportMsgImpl(std::move(record));
+        std::future<int> result = manager->reportMsgImpl(record.record);
         if (result.valid()) {
             const int answer = result.get();
             check(answer == 0 || answer == -1 || answer == -2, "result out of 0, -1, -2");
@@ -198,6 +227,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
         check(vistelhost::liveObjects() == 0, "event object left alive");
         check(vistelhost::invalidObjectCalls() == 0, "call on a destroyed event object");
+        check(record.body == nullptr ||
+                      !passedUnterminatedField(vistel_tools::kinds()[kind].layout(), record.body),
+              "a text field without a terminator passed by address");
         // Also disarms a refusal the report did not use, so it does not carry over.
         vistelhost::reset();
     }

@@ -3,7 +3,8 @@
  *
  * Both sides compile these exact declarations: every record derives from VistelEventBase, whose
  * only content is the vtable pointer, and its own fields follow right after it. Fixed-size text
- * fields are NUL-terminated by the camera stack; the library passes their address on unchanged.
+ * fields normally hold a NUL-terminated text, whose address the library passes on unchanged; a
+ * field filled to its last byte is taken whole, and never read beyond.
  *
  * A record with a single kind answers it from GetEventType(). Bodies that several kinds share
  * (warning and error time-outs, the boot record) are sent through VistelRecord<kind, body>:
@@ -17,6 +18,7 @@
 
 #include <cstdint>
 #include <string>
+#include <type_traits>
 #include <unordered_map>
 #include <vector>
 
@@ -70,9 +72,19 @@ class VistelEventBase {
     virtual ~VistelEventBase() = default;
 };
 
+// The body of each kind's record, given for every kind at the end of this file. The handler of a
+// kind reads the record as that body, so VistelRecord refuses any other.
+template <VistelEvent Kind>
+struct VistelKindBody {
+    using type = void;
+};
+
 // Binds a shared record body to one kind.
 template <VistelEvent Kind, typename Body>
 struct VistelRecord final : Body {
+    static_assert(std::is_same_v<Body, typename VistelKindBody<Kind>::type>,
+                  "VistelRecord<Kind, Body>: Body is not the body of Kind's record; use the "
+                  "kind's own record or alias (vistelAlgoProcessTimeoutWarning, ...)");
     VistelEvent GetEventType() override { return Kind; }
 };
 
@@ -453,5 +465,46 @@ struct vistelDumpTrace : VistelEventBase {
     VistelEvent GetEventType() override { return kEventDumpTrace; }
     std::string traceName;
 };
+
+// ---- Each kind's body --------------------------------------------------------------------------
+
+#define VISTEL_KIND_BODY(Kind, Body) \
+    template <>                      \
+    struct VistelKindBody<Kind> {    \
+        using type = Body;           \
+    };
+VISTEL_KIND_BODY(kEventMemLeak, vistelMemLeak)
+VISTEL_KIND_BODY(kEventMemShortage, vistelMemShortage)
+VISTEL_KIND_BODY(kEventMemLimit, vistelMemLimit)
+VISTEL_KIND_BODY(kEventMemEfficiencyWarning, vistelMemEfficiencyWarning)
+VISTEL_KIND_BODY(kEventMemAllocFail, vistelMemAllocFail)
+VISTEL_KIND_BODY(kEventPreviewBufferRefLeak, vistelPreviewBufferRefLeak)
+VISTEL_KIND_BODY(kEventCaptureBufferRefLeak, vistelCaptureBufferRefLeak)
+VISTEL_KIND_BODY(kEventAlgoProcessTimeoutWarning, vistelAlgoProcessTimeout)
+VISTEL_KIND_BODY(kEventAlgoProcessTimeoutError, vistelAlgoProcessTimeout)
+VISTEL_KIND_BODY(kEventSnapshotTimeoutWarning, vistelSnapshotTimeout)
+VISTEL_KIND_BODY(kEventSnapshotTimeoutError, vistelSnapshotTimeout)
+VISTEL_KIND_BODY(kEventOtherTimeoutWarning, vistelOtherTimeout)
+VISTEL_KIND_BODY(kEventOtherTimeoutError, vistelOtherTimeout)
+VISTEL_KIND_BODY(kEventSnapshotBigdata, vistelSnapshotBigdata)
+VISTEL_KIND_BODY(kEventSnapshotAfBigdata, vistelSnapshotAfBigdata)
+VISTEL_KIND_BODY(kEventStatisticData, vistelStatisticData)
+VISTEL_KIND_BODY(kEventHDRPData, vistelHDRPData)
+VISTEL_KIND_BODY(kEventSnapshotBigdataV2, vistelSnapshotBigdataV2)
+VISTEL_KIND_BODY(kEventAlgoProcessTimeoutDumpSystrace, vistelAlgoProcessTimeout)
+VISTEL_KIND_BODY(kEventFlushProcessTimeoutError, vistelOtherTimeout)
+VISTEL_KIND_BODY(kEventStopProcessTimeoutError, vistelOtherTimeout)
+VISTEL_KIND_BODY(kEventSessionUninitProcessTimeoutError, vistelOtherTimeout)
+VISTEL_KIND_BODY(kEventConfigStreamProcessTimeoutError, vistelOtherTimeout)
+VISTEL_KIND_BODY(kEventVideoPerfData, vistelVideoPerfData)
+VISTEL_KIND_BODY(kEventPostProcessTimeoutError, vistelPostProcessTimeOut)
+VISTEL_KIND_BODY(kEventBootTimeout, vistelBootMsg)
+VISTEL_KIND_BODY(kEventDumpTrace, vistelDumpTrace)
+VISTEL_KIND_BODY(kEventFrameDrop, vistelFrameDrop)
+VISTEL_KIND_BODY(kEventMemoryExceedThreshold, vistelMemExceedThreshold)
+VISTEL_KIND_BODY(kEventMemoryAllocTimeout, vistelMemAllocTimeout)
+VISTEL_KIND_BODY(kEventDailyTempRise, vistelDailyTempRise)
+VISTEL_KIND_BODY(kEventScanMsg, vistelBootMsg)
+#undef VISTEL_KIND_BODY
 
 }  // namespace orv

@@ -4,10 +4,12 @@
 #include "VistelHostService.h"
 
 #include <charconv>
+#include <map>
 #include <mutex>
 #include <new>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_set>
 #include <utility>
@@ -43,6 +45,7 @@ struct ServiceState {
     bool failNextSend = false;
     int paramCallsToFailure = 0;  // counts set/fill calls down; the one that reaches 0 fails
     int paramFailureResult = vistelhost::kInjectedParamFailure;
+    std::map<unsigned, std::set<unsigned short>> indexedTexts;  // event id -> text indexes
 };
 
 // Never destroyed: clients call in from pool workers that may outlive static destructors. Built in
@@ -64,6 +67,7 @@ __attribute__((destructor)) void releaseOnUnload() {
     s.liveObjects = decltype(s.liveObjects)();
     s.sent = decltype(s.sent)();
     s.calls = decltype(s.calls)();
+    s.indexedTexts = decltype(s.indexedTexts)();
 }
 
 // The service is a C interface, so nothing is thrown out of it: memory running out inside a call
@@ -213,6 +217,17 @@ int setNamedParam(const char* function, void* handle, const char* name, ParamTyp
     });
 }
 
+// Caller holds state.mutex.
+void readTexts(ServiceState& s, SentEvent& event) {
+    const auto texts = s.indexedTexts.find(event.id);
+    if (texts == s.indexedTexts.end()) return;
+    for (Param& param : event.params) {
+        if (param.type == ParamType::kIndexed && texts->second.count(param.index) != 0) {
+            param.stringValue = reinterpret_cast<const char*>(param.intValue);
+        }
+    }
+}
+
 const char* typeName(ParamType type) {
     switch (type) {
         case ParamType::kIndexed:
@@ -337,6 +352,7 @@ int vistel_send_event(void* obj) {
             std::lock_guard<std::mutex> lock(s.mutex);
             Lookup found = lookup(s, obj);
             if (found.object != nullptr && !takeFlag(s.failNextSend)) {
+                readTexts(s, found.object->event);
                 sent = found.object->event;
                 s.sent.push_back(*sent);
             }
@@ -383,6 +399,7 @@ void reset() {
     s.failNextSend = false;
     s.paramCallsToFailure = 0;
     s.paramFailureResult = kInjectedParamFailure;
+    s.indexedTexts.clear();
 }
 
 int liveObjects() {
@@ -408,6 +425,12 @@ void failNextSend() {
     ServiceState& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
     s.failNextSend = true;
+}
+
+void readIndexedTexts(unsigned eventId, const std::vector<unsigned short>& indexes) {
+    ServiceState& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.indexedTexts[eventId].insert(indexes.begin(), indexes.end());
 }
 
 std::vector<std::string> calls() {

@@ -20,7 +20,9 @@
  *
  * Indexed values are recorded as the raw long the caller passed: the service cannot tell an
  * integer from a text's address, so it never dereferences them. A test compares them with the
- * address of the record field it passed (the record is alive while the test holds it).
+ * address of the record field it passed (the record is alive while the test holds it), or tells
+ * the service which of them are texts (readIndexedTexts) to have them read as the device's
+ * service reads them.
  * Named texts are copied when they are set.
  *
  * Every function here is thread-safe.
@@ -54,7 +56,7 @@ struct Param {
     std::string name;          // all but kIndexed
     long intValue = 0;         // kIndexed (the raw value), kInt
     float floatValue = 0.0f;   // kFloat
-    std::string stringValue;   // kString
+    std::string stringValue;   // kString, and kIndexed texts (see readIndexedTexts)
     std::vector<long> intArray;
     std::vector<float> floatArray;
     std::vector<std::string> stringArray;
@@ -85,6 +87,13 @@ VISTEL_HOST_EXPORT void failNextCreate();
 VISTEL_HOST_EXPORT void failParamCall(int n, int result = kInjectedParamFailure);
 // The next vistel_send_event returns 0 and records nothing.
 VISTEL_HOST_EXPORT void failNextSend();
+
+// From now until reset(), the indexed parameters `indexes` of events `eventId` are texts, as the
+// device's service knows from its event definitions: sending such an event reads each at the
+// address it carries, up to the terminator, into stringValue (intValue keeps the address). The
+// text must therefore still be there when the event is sent.
+VISTEL_HOST_EXPORT void readIndexedTexts(unsigned eventId,
+                                         const std::vector<unsigned short>& indexes);
 
 // Every client call since the last reset(), as text: the function, its arguments and its result,
 // with the object shown by its event id ("null" for a null pointer, "invalid" for a pointer the

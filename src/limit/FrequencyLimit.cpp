@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "../core/FieldText.h"
 #include "../core/VistelLog.h"
 
 namespace orv {
@@ -164,20 +165,23 @@ bool VistelManager::FrequencyLimit::limitBy2Item(
 
 bool VistelManager::FrequencyLimit::limitEventMemLeak(vistelMemLeak* data) {
     return decideLocked(__func__, data, &mMutex,
-                        [&] { return limitBy1Item(&mMemLeakRecord, data->name); });
+                        [&] { return limitBy1Item(&mMemLeakRecord, FieldText(data->name).str()); });
 }
 
 bool VistelManager::FrequencyLimit::limitEventMemShortage(vistelMemShortage* data) {
     // Keyed by the raw bytes of the first integer read as text, up to its first zero byte: an
-    // old quirk the reported data depends on, kept as it is.
+    // old quirk the reported data depends on, kept as it is. An integer without a zero byte
+    // gives all four bytes, never what follows it.
     return decideLocked(__func__, data, &mMutex, [&] {
-        return limitBy1Item(&mMemShortageRecord, reinterpret_cast<const char*>(&data->value1));
+        const FieldText key(reinterpret_cast<const char*>(&data->value1), sizeof(data->value1));
+        return limitBy1Item(&mMemShortageRecord, key.str());
     });
 }
 
 bool VistelManager::FrequencyLimit::limitEventMemLimit(vistelMemLimit* data) {
-    return decideLocked(__func__, data, &mMutex,
-                        [&] { return limitBy1Item(&mMemLimitRecord, data->name); });
+    return decideLocked(__func__, data, &mMutex, [&] {
+        return limitBy1Item(&mMemLimitRecord, FieldText(data->name).str());
+    });
 }
 
 bool VistelManager::FrequencyLimit::limitEventMemEfficiencyWarning(
@@ -192,48 +196,55 @@ bool VistelManager::FrequencyLimit::limitEventMemAllocFail(vistelMemAllocFail* d
 
 bool VistelManager::FrequencyLimit::limitEventPreviewBufferRefLeak(
         vistelPreviewBufferRefLeak* data) {
-    return decideLocked(__func__, data, &mMutex,
-                        [&] { return limitBy1Item(&mPreviewBufferRefLeakRecord, data->name); });
+    return decideLocked(__func__, data, &mMutex, [&] {
+        return limitBy1Item(&mPreviewBufferRefLeakRecord, FieldText(data->name).str());
+    });
 }
 
 bool VistelManager::FrequencyLimit::limitEventCaptureBufferRefLeak(
         vistelCaptureBufferRefLeak* data) {
-    return decideLocked(__func__, data, &mMutex,
-                        [&] { return limitBy1Item(&mCaptureBufferRefLeakRecord, data->name); });
+    return decideLocked(__func__, data, &mMutex, [&] {
+        return limitBy1Item(&mCaptureBufferRefLeakRecord, FieldText(data->name).str());
+    });
 }
 
 bool VistelManager::FrequencyLimit::limitEventAlgoProcessTimeoutWarning(
         vistelAlgoProcessTimeout* data) {
     return decideLocked(__func__, data, &mMutex, [&] {
-        return limitBy1Item(&mAlgoProcessTimeoutWarningRecord, data->name);
+        return limitBy1Item(&mAlgoProcessTimeoutWarningRecord, FieldText(data->name).str());
     });
 }
 
 bool VistelManager::FrequencyLimit::limitEventAlgoProcessTimeoutError(
         vistelAlgoProcessTimeout* data) {
-    return decideLocked(__func__, data, &mMutex,
-                        [&] { return limitBy1Item(&mAlgoProcessTimeoutErrorRecord, data->name); });
+    return decideLocked(__func__, data, &mMutex, [&] {
+        return limitBy1Item(&mAlgoProcessTimeoutErrorRecord, FieldText(data->name).str());
+    });
 }
 
 bool VistelManager::FrequencyLimit::limitEventSnapshotTimeoutWarning(vistelSnapshotTimeout* data) {
-    return decideLocked(__func__, data, &mMutex,
-                        [&] { return limitBy1Item(&mSnapshotTimeoutWarningRecord, data->name); });
+    return decideLocked(__func__, data, &mMutex, [&] {
+        return limitBy1Item(&mSnapshotTimeoutWarningRecord, FieldText(data->name).str());
+    });
 }
 
 bool VistelManager::FrequencyLimit::limitEventSnapshotTimeoutError(vistelSnapshotTimeout* data) {
-    return decideLocked(__func__, data, &mMutex,
-                        [&] { return limitBy1Item(&mSnapshotTimeoutErrorRecord, data->name); });
+    return decideLocked(__func__, data, &mMutex, [&] {
+        return limitBy1Item(&mSnapshotTimeoutErrorRecord, FieldText(data->name).str());
+    });
 }
 
 bool VistelManager::FrequencyLimit::limitEventOtherTimeoutWarning(vistelOtherTimeout* data) {
     return decideLocked(__func__, data, &mMutex, [&] {
-        return limitBy2Item(&mOtherTimeoutWarningRecord, data->firstName, data->secondName);
+        return limitBy2Item(&mOtherTimeoutWarningRecord, FieldText(data->firstName).str(),
+                            FieldText(data->secondName).str());
     });
 }
 
 bool VistelManager::FrequencyLimit::limitEventOtherTimeoutError(vistelOtherTimeout* data) {
     return decideLocked(__func__, data, &mMutex, [&] {
-        return limitBy2Item(&mOtherTimeoutErrorRecord, data->firstName, data->secondName);
+        return limitBy2Item(&mOtherTimeoutErrorRecord, FieldText(data->firstName).str(),
+                            FieldText(data->secondName).str());
     });
 }
 

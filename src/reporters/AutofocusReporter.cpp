@@ -1,6 +1,7 @@
 // Kind 14: the autofocus conditions and timings of one capture, every parameter by name.
 #define LOG_TAG "VistelManager"
 
+#include "FieldText.h"
 #include "ReporterChecks.h"
 #include "VistelEventSender.h"
 #include "VistelLog.h"
@@ -17,6 +18,7 @@ int VistelManager::SendEventSnapshotAfBigdata(std::shared_ptr<VistelEventBase> e
     counters::KindCounters& counted = counters::of(kEventSnapshotAfBigdata);
     if (refusedNotInitialised(__func__, mInited, event.get(), counted)) return -1;
     const auto& record = static_cast<const vistelSnapshotAfBigdata&>(*event);
+    TerminatedTexts<sizeof(vistelSnapshotAfBigdata)> texts;
     // Record order. The names are the service's keys, "Fous" and mixed casing included.
     const VistelParam params[] = {
             VistelParam::integer("Distance", record.Distance),
@@ -49,7 +51,7 @@ int VistelManager::SendEventSnapshotAfBigdata(std::shared_ptr<VistelEventBase> e
             VistelParam::integer("fps", record.fps),
             VistelParam::real("zoom_ratio", record.zoom_ratio),
             VistelParam::integer("flash_mode", record.flash_mode),
-            VistelParam::string("appName", record.appName),
+            VistelParam::string("appName", texts.cString(record.appName)),
     };
     if (countedSend(counted, sendVistelEvent(*this, kSnapshotAfBigdataEventId, params)) != 0) {
         return -1;

@@ -23,19 +23,20 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <type_traits>
 
+#include "FieldText.h"
 #include "ReporterChecks.h"
 #include "VistelEventSender.h"
 #include "VistelLog.h"
 
 namespace orv {
 
-// One record field as the service takes it by index: a text by its address (the service reads
-// up to the terminator), signed integers sign-extended, unsigned bytes zero-extended (a flag of
-// 255 stays 255), 64-bit values as they are. Any other field type does not compile.
+// One record number as the service takes it by index: signed integers sign-extended, unsigned
+// bytes zero-extended (a flag of 255 stays 255), 64-bit values as they are. Texts are not values:
+// IndexedParams takes them as the fields they are. Any other field type does not compile.
 class IndexedValue {
   public:
-    IndexedValue(const char* text) : mValue(reinterpret_cast<long>(text)) {}
     IndexedValue(int32_t value) : mValue(value) {}
     IndexedValue(uint8_t value) : mValue(value) {}
     IndexedValue(int64_t value) : mValue(value) {}
@@ -46,28 +47,51 @@ class IndexedValue {
     long mValue;
 };
 
-// The parameters of one event, numbered 0, 1, 2... in the order they are listed.
+// The parameters of one event, numbered 0, 1, 2... in the order they are listed. A text goes by
+// its address, which the service reads up to the terminator until the event is sent; a field the
+// camera stack left without one goes as a terminated copy held here, so the parameters must stay
+// where they were built (they are neither copied nor moved) until the event is sent.
 class IndexedParams {
   public:
     // The longest of these events, the post-process time-out, has eleven.
     static constexpr size_t kCapacity = 11;
+    // Its two texts, with a terminator each, are also the most text an event carries.
+    static constexpr size_t kTextCapacity = sizeof(vistelPostProcessTimeOut::name) +
+                                            sizeof(vistelPostProcessTimeOut::description) + 2;
 
     template <typename... Fields>
     IndexedParams(const Fields&... fields) : mParams(), mCount(sizeof...(Fields)) {
         static_assert(sizeof...(Fields) > 0 && sizeof...(Fields) <= kCapacity,
                       "an indexed event carries 1 to kCapacity parameters");
-        const IndexedValue values[] = {IndexedValue(fields)...};
+        static_assert((0 + ... + copyBytes<Fields>()) <= kTextCapacity,
+                      "an indexed event carries at most kTextCapacity bytes of text");
+        const long values[] = {valueOf(fields)...};
         for (size_t i = 0; i < mCount; ++i) {
-            mParams[i] = VistelParam::indexed(static_cast<unsigned short>(i), values[i].value());
+            mParams[i] = VistelParam::indexed(static_cast<unsigned short>(i), values[i]);
         }
     }
+    IndexedParams(const IndexedParams&) = delete;
+    IndexedParams& operator=(const IndexedParams&) = delete;
 
     const VistelParam* data() const { return mParams.data(); }
     size_t size() const { return mCount; }
 
   private:
+    // What a copy of the field would take: its bytes and a terminator, for texts only.
+    template <typename Field>
+    static constexpr size_t copyBytes() {
+        return std::is_array_v<Field> ? sizeof(Field) + 1 : 0;
+    }
+
+    template <size_t N>
+    long valueOf(const char (&text)[N]) {
+        return reinterpret_cast<long>(mTexts.cString(text));
+    }
+    static long valueOf(IndexedValue number) { return number.value(); }
+
     std::array<VistelParam, kCapacity> mParams;
     size_t mCount;
+    TerminatedTexts<kTextCapacity> mTexts;
 };
 
 inline int sendIndexedEvent(const VistelManager& manager, unsigned int eventId,

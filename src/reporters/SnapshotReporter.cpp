@@ -1,6 +1,7 @@
 // Kind 13: one snapshot's exposure and face statistics, every parameter by name.
 #define LOG_TAG "VistelManager"
 
+#include "FieldText.h"
 #include "ReporterChecks.h"
 #include "VistelEventSender.h"
 #include "VistelLog.h"
@@ -18,17 +19,18 @@ int VistelManager::sendEventSnapshotBigdata(std::shared_ptr<VistelEventBase> eve
     counters::KindCounters& counted = counters::of(kEventSnapshotBigdata);
     if (refusedNotInitialised(__func__, mInited, event.get(), counted)) return -1;
     const auto& record = static_cast<const vistelSnapshotBigdata&>(*event);
+    TerminatedTexts<sizeof(vistelSnapshotBigdata)> texts;
     // The service's schema lists the time first and the scene last, not in record order.
     const VistelParam params[] = {
             VistelParam::integer("snapshotTime", record.snapshotTime),
             VistelParam::integer("sensor_position", record.sensor_position),
             VistelParam::integer("faceNumber", record.faceNumber),
-            VistelParam::string("faceSize", record.faceSize),
-            VistelParam::string("faceRect_left", record.faceRect_left),
-            VistelParam::string("faceRect_top", record.faceRect_top),
-            VistelParam::string("faceRect_right", record.faceRect_right),
-            VistelParam::string("faceRect_bottom", record.faceRect_bottom),
-            VistelParam::string("faceType", record.faceType),
+            VistelParam::string("faceSize", texts.cString(record.faceSize)),
+            VistelParam::string("faceRect_left", texts.cString(record.faceRect_left)),
+            VistelParam::string("faceRect_top", texts.cString(record.faceRect_top)),
+            VistelParam::string("faceRect_right", texts.cString(record.faceRect_right)),
+            VistelParam::string("faceRect_bottom", texts.cString(record.faceRect_bottom)),
+            VistelParam::string("faceType", texts.cString(record.faceType)),
             VistelParam::integer("iso", record.iso),
             VistelParam::integer("exp", record.exp),
             VistelParam::integer("overExpo", record.overExpo),

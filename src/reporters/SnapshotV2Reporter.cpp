@@ -7,6 +7,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "FieldText.h"
 #include "ReporterChecks.h"
 #include "VistelEventSender.h"
 #include "VistelLog.h"
@@ -26,6 +27,7 @@ constexpr size_t kAeCountLength = std::extent_v<decltype(vistelSnapshotBigdataV2
 template <size_t... Slot>
 int sendSnapshotV2(const VistelManager& manager, const vistelSnapshotBigdataV2& record,
                    const char* expoList, const char* aeCount, std::index_sequence<Slot...>) {
+    TerminatedTexts<sizeof(vistelSnapshotBigdataV2)> texts;
     const VistelParam params[] = {
             VistelParam::integer("sensorPosition", record.sensorPosition),
             VistelParam::integer("previewLogicalId", record.previewLogicalId),
@@ -37,13 +39,14 @@ int sendSnapshotV2(const VistelManager& manager, const vistelSnapshotBigdataV2& 
             VistelParam::integer("awbColorTemp", record.awbColorTemp),
             VistelParam::integer("snapshotId", record.snapshotId),
             VistelParam::integer("cameraScene", record.cameraScene),
-            VistelParam::string("PerfAlgoName", record.perf[Slot].algoName, TYPE_STRING_ARRAY)...,
+            VistelParam::string("PerfAlgoName", texts.cString(record.perf[Slot].algoName),
+                                TYPE_STRING_ARRAY)...,
             VistelParam::integer("PerfCostTime", record.perf[Slot].costTime, TYPE_INT_ARRAY)...,
             VistelParam::integer("hdrMode", record.hdrMode),
             VistelParam::integer("frameIndex", record.frameIndex),
             VistelParam::integer("frameCount", record.frameCount),
             VistelParam::integer("masterAIMode", record.masterAIMode),
-            VistelParam::string("jpegName", record.jpegName),
+            VistelParam::string("jpegName", texts.cString(record.jpegName)),
             VistelParam::integer("shutterLag", record.shutterLag),
             VistelParam::integer("captureBeginTemp", record.captureBeginTemp),
             VistelParam::integer("captureEndTemp", record.captureEndTemp),
@@ -51,16 +54,16 @@ int sendSnapshotV2(const VistelManager& manager, const vistelSnapshotBigdataV2& 
             VistelParam::integer("cieScene", record.cieScene),
             VistelParam::integer("picWidth", record.picWidth),
             VistelParam::integer("picHeight", record.picHeight),
-            VistelParam::string("gyroInfo", record.gyroInfo),
-            VistelParam::string("algoTag", record.algoTag),
+            VistelParam::string("gyroInfo", texts.cString(record.gyroInfo)),
+            VistelParam::string("algoTag", texts.cString(record.algoTag)),
             VistelParam::integer("betaDump", record.betaDump),
             VistelParam::string("expoList", expoList),
             // Already text: the camera stack formats it, unlike the two numeric lists.
-            VistelParam::string("isoList", record.isoList),
+            VistelParam::string("isoList", texts.cString(record.isoList)),
             VistelParam::integer("previewDropIndex", record.previewDropIndex),
             VistelParam::string("aeCount", aeCount),
             VistelParam::integer("beautylevel", record.beautylevel),
-            VistelParam::string("sensorname", record.sensorname),
+            VistelParam::string("sensorname", texts.cString(record.sensorname)),
     };
     return sendVistelEvent(manager, kSnapshotBigdataV2EventId, params);
 }
@@ -72,8 +75,8 @@ int VistelManager::SendEventSnapshotBigdataV2(std::shared_ptr<VistelEventBase> e
     if (refusedNotInitialised(__func__, mInited, event.get(), counted)) return -1;
     // Read in place, never copied (it is over a kilobyte). The record is packed, so a reference or
     // pointer to one of its 32-bit lists would be misaligned: their elements are read by value
-    // into aligned arrays, which Array2String takes by reference. Texts go by array decay, which
-    // char's alignment of one makes safe.
+    // into aligned arrays, which Array2String takes by reference. Text fields are taken by
+    // reference as they stand, which char's alignment of one makes safe.
     const auto& record = static_cast<const vistelSnapshotBigdataV2&>(*event);
     uint32_t expoList[kExpoListLength];
     uint32_t aeCount[kAeCountLength];

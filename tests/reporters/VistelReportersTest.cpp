@@ -6,10 +6,13 @@
 #include <KindRegistry.h>
 #include <RecordJson.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <iterator>
 #include <map>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <thread>
 
@@ -52,7 +55,9 @@ Strings words(const char* text) {
 // A record and the parameter calls it must produce.
 struct Sample {
     std::shared_ptr<VistelEventBase> record;
+    void* body;  // the structure the kind's field table describes
     Strings params;
+    std::vector<unsigned short> textIndexes;  // the indexed parameters that are texts
 };
 
 char* elementOf(const Field& field, void* body, size_t i) {
@@ -90,7 +95,7 @@ Sample sampleOf(VistelEvent kind, const char* fields, const char* keys = "{}") {
         }
     }
     EXPECT_EQ(fillStruct(info.layout(), nlohmann::ordered_json::parse(keys), r.body), "");
-    Sample sample{r.record, {}};
+    Sample sample{r.record, r.body, {}, {}};
     for (const std::string& token : words(fields)) {
         const size_t form = token.find(':'), bracket = token.find('[');
         const Field& f = *info.layout().find(token.substr(0, std::min(form, bracket)));
@@ -102,6 +107,8 @@ Sample sampleOf(VistelEvent kind, const char* fields, const char* keys = "{}") {
         if (f.type == FieldType::kFloat)  // n + 0.5, as the service prints it
             value = std::to_string(static_cast<int>(*reinterpret_cast<const float*>(at))) + ".5";
         const bool byIndex = form == std::string::npos;
+        if (byIndex && f.type == FieldType::kText)
+            sample.textIndexes.push_back(static_cast<unsigned short>(sample.params.size()));
         sample.params.push_back((byIndex ? "#" + std::to_string(sample.params.size()) : token) +
                                 "=" + value);
     }
@@ -130,7 +137,9 @@ Sample snapshotV2() {
     r->betaDump = -2, r->awbColorTemp = 5100, r->captureBeginTemp = -5, r->captureEndTemp = 41;
     r->cameraOpenTemp = 39, r->previewDropIndex = 4294967295u, r->beautylevel = -3;
     r->aeCount[0] = 3, r->aeCount[1] = 4294967295u;
-    return {r, words(R"(sensorPosition:i=1 previewLogicalId:i=250 zoomRatio:f=1.5 FaceNum:i=3
+    return {r,
+            r.get(),
+            words(R"(sensorPosition:i=1 previewLogicalId:i=250 zoomRatio:f=1.5 FaceNum:i=3
             iso:i=800 expo:i=-33 aecStabe:i=5 awbColorTemp:i=5100 snapshotId:i=201
             cameraScene:i=9 PerfAlgoName:s[]="a0" PerfAlgoName:s[]="a1" PerfAlgoName:s[]="a2"
             PerfAlgoName:s[]="a3" PerfAlgoName:s[]="a4" PerfAlgoName:s[]="a5"
@@ -143,7 +152,8 @@ Sample snapshotV2() {
             cieScene:i=17 picWidth:i=4000 picHeight:i=3000 gyroInfo:s="g0,1" algoTag:s="tagA"
             betaDump:i=-2 expoList:s="0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,4294967295"
             isoList:s="100,200" previewDropIndex:i=4294967295 aeCount:s="3,4294967295"
-            beautylevel:i=-3 sensorname:s="main")")};
+            beautylevel:i=-3 sensorname:s="main")"),
+            {}};
 }
 
 // The bodies shared by a warning and an error, and their fields in the order they are sent.
@@ -254,6 +264,90 @@ TEST_F(VistelReportersTest, SendsIdAndParametersInOrder) {
         EXPECT_EQ(paramCalls().size(), sent.size() * sample.params.size());
         const std::string drop = std::string(handlerOf(c.kind)) + "() is limited, drop this event";
         EXPECT_EQ(mLog.withBody(drop).size(), limited ? 1u : 0u);
+    }
+}
+
+// Fills every text field of a record of `kind` to its last byte, each with bytes of its own, and
+// returns what each holds, by path.
+std::map<std::string, std::string> fillTextsToTheBrim(VistelEvent kind, void* body) {
+    std::map<std::string, std::string> fields;
+    vistel_tools::forEachTextField(vistel_tools::kinds()[kind].layout(), body,
+                                   [&](const std::string& path, const char* field, size_t size) {
+                                       char* bytes = const_cast<char*>(field);
+                                       for (size_t i = 0; i < size; ++i)
+                                           bytes[i] = 'A' + (fields.size() * 7 + i) % 26;
+                                       fields[path] = std::string(field, size);
+                                   });
+    return fields;
+}
+
+// Every text the service received in `event`: named texts, text arrays, and the indexed
+// parameters `textIndexes`, which the service read when the event was sent.
+std::multiset<std::string> receivedTexts(const vistelhost::SentEvent& event,
+                                         const std::vector<unsigned short>& textIndexes) {
+    std::multiset<std::string> texts;
+    for (const vistelhost::Param& p : event.params) {
+        const bool indexedText =
+                p.type == vistelhost::ParamType::kIndexed &&
+                std::find(textIndexes.begin(), textIndexes.end(), p.index) != textIndexes.end();
+        if (indexedText || p.type == vistelhost::ParamType::kString) texts.insert(p.stringValue);
+        texts.insert(p.stringArray.begin(), p.stringArray.end());
+    }
+    return texts;
+}
+
+// The rate-limit key a record of `kind` gives, or none: the fields its limiter scope names, each
+// read as text for at most its size.
+Strings limitKeys(VistelEvent kind, void* body) {
+    const vistel_tools::KindInfo& info = vistel_tools::kinds()[kind];
+    const std::regex kWord(R"(\w+)");
+    const std::string scope = info.limit.policy != nullptr ? info.limit.scope : "";
+    Strings keys;
+    for (std::sregex_iterator w(scope.begin(), scope.end(), kWord), end; w != end; ++w) {
+        if (const Field* f = info.layout().find(w->str())) {
+            const char* at = static_cast<const char*>(f->address(body));
+            keys.emplace_back(at, strnlen(at, f->size));
+        }
+    }
+    return keys;
+}
+
+// Every text field filled to its last byte, without a terminator: the service receives each
+// text, and the limiter keys on it, as exactly the field's bytes, never what follows (ASan also
+// stops a read past the record). The memory shortage key, from an integer without a zero byte,
+// is its four bytes. Every kind that sends texts is in kCases.
+TEST_F(VistelReportersTest, UnterminatedTextsEndAtTheirField) {
+    std::set<VistelEvent> covered;
+    for (const VistelCase& c : kCases) {
+        SCOPED_TRACE(handlerOf(c.kind));
+        covered.insert(c.kind);
+        FakeClock::expireAllLimits();
+        vistelhost::reset();
+        mLog.clear();
+        const Sample sample = sampleOf(c);
+        const auto fields = fillTextsToTheBrim(c.kind, sample.body);
+        vistelhost::readIndexedTexts(c.eventId, sample.textIndexes);
+        ASSERT_EQ(report(sample.record), 0);
+        const auto sent = vistelhost::sentEvents();
+        ASSERT_EQ(sent.size(), 1u);
+        const std::multiset<std::string> received = receivedTexts(sent[0], sample.textIndexes);
+        for (const auto& [path, bytes] : fields) EXPECT_EQ(received.count(bytes), 1u) << path;
+
+        // Dropped at once, with the key in the interval line.
+        const Strings keys = limitKeys(c.kind, sample.body);
+        if (keys.empty()) continue;
+        ASSERT_EQ(report(sample.record), 0);
+        std::string line = "limitBy" + std::to_string(keys.size()) + "Item()";
+        for (const std::string& key : keys) line += " " + key;
+        EXPECT_EQ(mLog.withBody(line + " timeIntervalInS = 0").size(), 1u) << line;
+    }
+    for (const vistel_tools::KindInfo& info : vistel_tools::kinds()) {
+        bool hasText = false;
+        vistel_tools::forEachText(info.layout(), info.make().body,
+                                  [&](const std::string&, const char*) { hasText = true; });
+        if (hasText && info.service != vistel_tools::Service::kNone) {
+            EXPECT_EQ(covered.count(info.kind), 1u) << info.name;
+        }
     }
 }
 

@@ -3,13 +3,16 @@
 #include <strings.h>
 
 #include <cstdlib>
+#include <type_traits>
 
 namespace vistel_tools {
 
 namespace {
 
-template <typename Record, typename Body>
+template <orv::VistelEvent Kind, typename Record, typename Body>
 RecordInstance makeRecord() {
+    static_assert(std::is_same_v<Body, typename orv::VistelKindBody<Kind>::type>,
+                  "the table names another body than VistelRecords.h gives the kind");
     auto record = std::make_shared<Record>();  // value-initialised: every field zero
     Body* body = record.get();
     return {std::move(record), body};
@@ -25,10 +28,10 @@ constexpr LimitPolicy perKind(const char* policy, int periodSeconds) {
 
 using orv::VistelEvent;
 
-#define VISTEL_KIND(Name, handler, Record, Body, service, events, limit)              \
-    KindInfo {                                                                        \
-        orv::kEvent##Name, #Name, #handler, #Record, Service::service, events, limit, \
-                &layoutOf<orv::Body>, &makeRecord<orv::Record, orv::Body>             \
+#define VISTEL_KIND(Name, handler, Record, Body, service, events, limit)                     \
+    KindInfo {                                                                               \
+        orv::kEvent##Name, #Name, #handler, #Record, Service::service, events, limit,        \
+                &layoutOf<orv::Body>, &makeRecord<orv::kEvent##Name, orv::Record, orv::Body> \
     }
 
 // clang-format off

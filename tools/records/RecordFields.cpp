@@ -215,23 +215,24 @@ std::string typeName(const Field& field) {
     return name;
 }
 
-void forEachText(const StructLayout& layout, const void* object,
-                 const std::function<void(const std::string& path, const char* text)>& visit) {
+void forEachTextField(
+        const StructLayout& layout, const void* object,
+        const std::function<void(const std::string& path, const char* field, size_t size)>& visit) {
     // The accessors take a mutable object; nothing here writes through them.
     void* base = const_cast<void*>(object);
     for (const Field& field : layout) {
         const char* member = static_cast<const char*>(field.address(base));
         if (field.type == FieldType::kText) {
-            visit(field.name, member);
+            visit(field.name, member, field.size);
         } else if (field.type == FieldType::kStruct) {
             const size_t stride = field.size / field.count;
             for (size_t i = 0; i < field.count; ++i) {
                 std::string prefix = std::string(field.name) +
                                      (field.count > 1 ? "[" + std::to_string(i) + "]" : "") + ".";
-                forEachText(field.layout(), member + i * stride,
-                            [&](const std::string& path, const char* text) {
-                                visit(prefix + path, text);
-                            });
+                forEachTextField(field.layout(), member + i * stride,
+                                 [&](const std::string& path, const char* text, size_t size) {
+                                     visit(prefix + path, text, size);
+                                 });
             }
         }
     }

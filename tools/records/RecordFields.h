@@ -115,9 +115,19 @@ VISTEL_RECORD_STRUCTS(VISTEL_DECLARE_LAYOUT)
 std::string typeName(const Field& field);
 
 // The text fields (char arrays) of a filled structure, nested fixed arrays included, with the
-// path that names each ("name", "perf[3].algoName"). Reporters pass such fields by address.
-void forEachText(const StructLayout& layout, const void* object,
-                 const std::function<void(const std::string& path, const char* text)>& visit);
+// path that names each ("name", "perf[3].algoName") and its size in bytes. Reporters pass such
+// fields by address.
+void forEachTextField(
+        const StructLayout& layout, const void* object,
+        const std::function<void(const std::string& path, const char* field, size_t size)>& visit);
+
+// The same, for terminated texts.
+inline void forEachText(const StructLayout& layout, const void* object,
+                        const std::function<void(const std::string& path, const char* text)>& visit) {
+    forEachTextField(layout, object, [&](const std::string& path, const char* field, size_t) {
+        visit(path, field);
+    });
+}
 
 // ---- Building a table entry --------------------------------------------------------------
 // RecordFields.cpp writes each entry as VISTEL_FIELD(member) inside VISTEL_LAYOUT(Type, ...);
