@@ -1,11 +1,12 @@
 # Entry points for newcomers and CI. Each build configuration is a CMake preset
-# (CMakePresets.json: default, asan, tsan, arm64, each in build/<preset>); this file only strings
-# them together.
+# (CMakePresets.json: default, asan, tsan, libcxx, arm64, each in build/<preset>); this file only
+# strings them together.
 #
 #   make deps        install missing Debian packages (host and arm64)
 #   make build       configure and build the host library, tools and tests (build/default)
-#   make test        everything CI checks: host suite, then the arm64 suite under qemu
-#   make test-arm64  cross-build for arm64 and run the whole suite under qemu-aarch64
+#   make test        everything CI checks (TEST_STAGES below), from the host suite to arm64
+#   make test-libcxx build with clang and libc++, the device's C++ library, and run the suite
+#   make test-arm64  cross-build for arm64 (clang, libc++) and run the whole suite under qemu
 #   make demo        replay a day of camera telemetry through the host build
 #   make bench       run the benchmarks
 #   make fuzz        run the fuzzer
@@ -17,7 +18,7 @@
 .DEFAULT_GOAL := build
 
 CMAKE ?= cmake
-PRESETS := default asan tsan arm64
+PRESETS := default asan tsan libcxx arm64
 # Where the preset build folders go: the presets' own build/<preset> unless told otherwise, e.g.
 # `make test BUILD_ROOT=build/mine` on a machine shared with other engineers.
 BUILD_ROOT ?= build
@@ -26,9 +27,9 @@ BUILD_ROOT ?= build
 JOBS := 2
 HOST_BIN := $(BUILD_ROOT)/default
 
-# The stages of `make test`, in the order they run. Cheap ones first so a broken change fails fast.
-# Sanitizer and fuzz stages (test-asan, test-tsan, ...) belong between the host and arm64 suites.
-TEST_STAGES := test-default test-asan test-tsan test-valgrind test-fuzz test-arm64
+# The stages of `make test`, in the order they run. Cheap ones first so a broken change fails fast:
+# the GCC and the clang + libc++ suites, then sanitizers, fuzzing and the emulated arm64 suite.
+TEST_STAGES := test-default test-libcxx test-asan test-tsan test-valgrind test-fuzz test-arm64
 
 # Sanitized suites stop at the first report and fail the stage; LeakSanitizer runs at every
 # process exit. No suppressions: nothing third-party has needed one.
@@ -68,7 +69,7 @@ $(addprefix test-,$(PRESETS)): test-%: build-%
 	$(TEST_ENV) ctest --test-dir $(BUILD_ROOT)/$* --parallel $(JOBS) --output-on-failure \
 	    --no-tests=error
 
-configure-default configure-asan configure-tsan: deps-host
+configure-default configure-asan configure-tsan configure-libcxx: deps-host
 configure-arm64: deps-arm64
 
 build: build-default

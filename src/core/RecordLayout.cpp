@@ -6,8 +6,9 @@
 // breaks the library's build, on x86_64, on arm64 and in the device tree alike, instead of
 // garbling reports in the field. Nothing here generates code.
 //
-// Only the records holding standard containers depend on the C++ library: libstdc++ here,
-// libc++ on the device. Their two columns are anchored by the container sizes checked first.
+// Only the records holding standard containers depend on the C++ library: libstdc++ in the GCC
+// builds, libc++ on the device and in the clang builds (libcxx, arm64). Their two columns are
+// anchored by the container sizes checked first.
 
 #include <VistelManager.h>
 
