@@ -7,6 +7,7 @@
 #   make test        everything CI checks (TEST_STAGES below), from the host suite to arm64
 #   make test-libcxx build with clang and libc++, the device's C++ library, and run the suite
 #   make test-arm64  cross-build for arm64 (clang, libc++) and run the whole suite under qemu
+#   make tidy        clang-tidy (.clang-tidy) over src/, platform/, service/ and tools/
 #   make demo        replay a day of camera telemetry through the host build
 #   make bench       run the benchmarks
 #   make fuzz        run the fuzzer
@@ -28,8 +29,10 @@ JOBS := 2
 HOST_BIN := $(BUILD_ROOT)/default
 
 # The stages of `make test`, in the order they run. Cheap ones first so a broken change fails fast:
-# the GCC and the clang + libc++ suites, then sanitizers, fuzzing and the emulated arm64 suite.
-TEST_STAGES := test-default test-libcxx test-asan test-tsan test-valgrind test-fuzz test-arm64
+# the GCC and the clang + libc++ suites, the static checks on the latter's build, then sanitizers,
+# fuzzing and the emulated arm64 suite.
+TEST_STAGES := test-default test-libcxx test-tidy test-asan test-tsan test-valgrind test-fuzz \
+    test-arm64
 
 # Sanitized suites stop at the first report and fail the stage; LeakSanitizer runs at every
 # process exit. No suppressions: nothing third-party has needed one.
@@ -50,7 +53,7 @@ FUZZ_DIR := $(BUILD_ROOT)/fuzz
 test-fuzz: FUZZ_SECONDS := 60
 
 .PHONY: deps deps-host deps-arm64 build test demo bench fuzz clean
-.PHONY: build-fuzz test-fuzz test-valgrind
+.PHONY: build-fuzz test-fuzz test-valgrind tidy test-tidy
 .PHONY: $(addprefix configure-,$(PRESETS)) $(addprefix build-,$(PRESETS))
 .PHONY: $(addprefix test-,$(PRESETS))
 
@@ -89,6 +92,12 @@ fuzz test-fuzz: build-fuzz
 	mkdir -p $(FUZZ_DIR)/corpus $(FUZZ_DIR)/artifacts
 	$(FUZZ_DIR)/vistel_fuzz -max_total_time=$(FUZZ_SECONDS) -timeout=30 -print_final_stats=1 \
 	    -artifact_prefix=$(FUZZ_DIR)/artifacts/ $(FUZZ_DIR)/corpus fuzz/corpus
+
+# clang-tidy reads the libc++ build's compile commands: the sources as the device's compiler and C++
+# library see them. Configuring is enough; nothing needs to be built first.
+# TIDY_SOURCES narrows it, e.g. `make tidy TIDY_SOURCES=src/core/`.
+tidy test-tidy: configure-libcxx
+	tools/run-clang-tidy.sh $(BUILD_ROOT)/libcxx $(TIDY_SOURCES)
 
 # memcheck over the demo: any error, or anything definitely lost, fails the stage.
 VALGRIND_DEMO := valgrind --tool=memcheck --error-exitcode=1 --leak-check=full \

@@ -4,8 +4,8 @@
 #   tools/install-deps.sh [host|arm64|all]     (default: all)
 #
 # host:  compilers, AOSP liblog/libutils, libsafec, GoogleTest/Benchmark and GoogleTest's sources,
-#        sanitizer and fuzzer runtimes, valgrind, the Android.bp tools and libc++ (the device's C++
-#        library).
+#        sanitizer and fuzzer runtimes, valgrind, the Android.bp tools, libc++ (the device's C++
+#        library) and clang-tidy.
 # arm64: clang and the aarch64 binutils and start files (with gcc's cross compiler), qemu-user and
 #        the arm64 builds of the libraries the library and its tests link against, plus the arm64
 #        7z.so and libc++ (see unpackArm64 below).
@@ -22,7 +22,7 @@ readonly kHostPackages=(
     libgtest-dev libgmock-dev googletest libbenchmark-dev
     cmake ninja-build make pkgconf g++ clang libclang-rt-14-dev valgrind
     blueprint-tools mini-soong
-    libc++-14-dev libc++abi-14-dev
+    libc++-14-dev libc++abi-14-dev clang-tidy-14
 )
 # Complete on its own, so `make test-arm64` works on a bare machine. nlohmann-json, GoogleTest's
 # sources (built against libc++ by the build itself) and libc++'s headers are the same for every
