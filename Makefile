@@ -8,6 +8,8 @@
 #   make test-libcxx build with clang and libc++, the device's C++ library, and run the suite
 #   make test-arm64  cross-build for arm64 (clang, libc++) and run the whole suite under qemu
 #   make tidy        clang-tidy (.clang-tidy) over src/, platform/, service/ and tools/
+#   make test-abi    compare the ABI of libc_vistel.so and its records with the baseline in abi/
+#   make abi-baseline  write the baseline anew, after a deliberate change of the ABI
 #   make demo        replay a day of camera telemetry through the host build
 #   make bench       run the benchmarks
 #   make fuzz        run the fuzzer
@@ -29,10 +31,10 @@ JOBS := 2
 HOST_BIN := $(BUILD_ROOT)/default
 
 # The stages of `make test`, in the order they run. Cheap ones first so a broken change fails fast:
-# the GCC and the clang + libc++ suites, the static checks on the latter's build, then sanitizers,
-# fuzzing and the emulated arm64 suite.
-TEST_STAGES := test-default test-libcxx test-tidy test-asan test-tsan test-valgrind test-fuzz \
-    test-arm64
+# the GCC and the clang + libc++ suites, the ABI and static checks on the latter's build, then
+# sanitizers, fuzzing and the emulated arm64 suite.
+TEST_STAGES := test-default test-libcxx test-abi test-tidy test-asan test-tsan test-valgrind \
+    test-fuzz test-arm64
 
 # Sanitized suites stop at the first report and fail the stage; LeakSanitizer runs at every
 # process exit. No suppressions: nothing third-party has needed one.
@@ -53,7 +55,7 @@ FUZZ_DIR := $(BUILD_ROOT)/fuzz
 test-fuzz: FUZZ_SECONDS := 60
 
 .PHONY: deps deps-host deps-arm64 build test demo bench fuzz clean
-.PHONY: build-fuzz test-fuzz test-valgrind tidy test-tidy
+.PHONY: build-fuzz test-fuzz test-valgrind tidy test-tidy test-abi abi-baseline
 .PHONY: $(addprefix configure-,$(PRESETS)) $(addprefix build-,$(PRESETS))
 .PHONY: $(addprefix test-,$(PRESETS))
 
@@ -98,6 +100,13 @@ fuzz test-fuzz: build-fuzz
 # TIDY_SOURCES narrows it, e.g. `make tidy TIDY_SOURCES=src/core/`.
 tidy test-tidy: configure-libcxx
 	tools/run-clang-tidy.sh $(BUILD_ROOT)/libcxx $(TIDY_SOURCES)
+
+# The ABI baseline is the libc++ build's (tools/check-abi.sh). Changing the ABI on purpose means
+# running `make abi-baseline` and committing abi/ with the change.
+test-abi: build-libcxx
+	tools/check-abi.sh $(BUILD_ROOT)/libcxx
+abi-baseline: build-libcxx
+	tools/check-abi.sh --update $(BUILD_ROOT)/libcxx
 
 # memcheck over the demo: any error, or anything definitely lost, fails the stage.
 VALGRIND_DEMO := valgrind --tool=memcheck --error-exitcode=1 --leak-check=full \
