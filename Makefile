@@ -67,7 +67,11 @@ deps-arm64:
 
 # Configuring an existing tree again is cheap and picks up edits to the presets.
 $(addprefix configure-,$(PRESETS)): configure-%:
-	$(CMAKE) --preset $* -B $(BUILD_ROOT)/$*
+	$(CMAKE) --preset $* -B $(BUILD_ROOT)/$* $(CONFIGURE_FLAGS)
+# A build folder keeps the compiler it was first configured with. arm64 builds with clang and
+# libc++ now: a folder configured before that, with GCC, is configured afresh once.
+configure-arm64: CONFIGURE_FLAGS = $(if $(shell grep -s '^VISTEL_LIBCXX:INTERNAL=1$$' \
+    $(BUILD_ROOT)/arm64/CMakeCache.txt),,--fresh)
 $(addprefix build-,$(PRESETS)): build-%: configure-%
 	$(CMAKE) --build $(BUILD_ROOT)/$* --parallel $(JOBS)
 $(addprefix test-,$(PRESETS)): test-%: build-%
