@@ -89,8 +89,8 @@ enableArm64() {
 #  - p7zip-full: Debian's arm64 libbacktrace (a dependency of libutils) needs its 7z.so, and the
 #    package conflicts with the x86_64 p7zip-full;
 #  - libc++, libc++abi and the libunwind they link: marked Multi-Arch: same, they also ship their
-#    libraries in /usr/lib/llvm-14/lib, which the x86_64 packages own, so dpkg refuses them ("trying
-#    to overwrite shared '/usr/lib/llvm-14/lib/libc++.so.1.0'").
+#    libraries in /usr/lib/llvm-14/lib, which the x86_64 packages own, so dpkg refuses them
+#    ("trying to overwrite shared '/usr/lib/llvm-14/lib/libc++.so.1.0'").
 # cmake/toolchain-aarch64.cmake links against the prefix and qemu's -L makes the tests find it first.
 # Once unpacked a group is left alone (apt-cache alone costs a second); delete the prefix to refresh
 # it. Its stamp says which versions are there.
