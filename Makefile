@@ -1,11 +1,15 @@
 # Entry points for newcomers and CI. Each build configuration is a CMake preset
-# (CMakePresets.json: default, asan, tsan, arm64, each in build/<preset>); this file only strings
-# them together.
+# (CMakePresets.json: default, asan, tsan, libcxx, arm64, each in build/<preset>); this file only
+# strings them together.
 #
 #   make deps        install missing Debian packages (host and arm64)
 #   make build       configure and build the host library, tools and tests (build/default)
-#   make test        everything CI checks: host suite, then the arm64 suite under qemu
-#   make test-arm64  cross-build for arm64 and run the whole suite under qemu-aarch64
+#   make test        everything CI checks (TEST_STAGES below), from the host suite to arm64
+#   make test-libcxx build with clang and libc++, the device's C++ library, and run the suite
+#   make test-arm64  cross-build for arm64 (clang, libc++) and run the whole suite under qemu
+#   make tidy        clang-tidy (.clang-tidy) over src/, platform/, service/ and tools/
+#   make test-abi    compare the ABI of libc_vistel.so and its records with the baseline in abi/
+#   make abi-baseline  write the baseline anew, after a deliberate change of the ABI
 #   make demo        replay a day of camera telemetry through the host build
 #   make bench       run the benchmarks
 #   make fuzz        run the fuzzer
@@ -17,7 +21,7 @@
 .DEFAULT_GOAL := build
 
 CMAKE ?= cmake
-PRESETS := default asan tsan arm64
+PRESETS := default asan tsan libcxx arm64
 # Where the preset build folders go: the presets' own build/<preset> unless told otherwise, e.g.
 # `make test BUILD_ROOT=build/mine` on a machine shared with other engineers.
 BUILD_ROOT ?= build
@@ -26,9 +30,11 @@ BUILD_ROOT ?= build
 JOBS := 2
 HOST_BIN := $(BUILD_ROOT)/default
 
-# The stages of `make test`, in the order they run. Cheap ones first so a broken change fails fast.
-# Sanitizer and fuzz stages (test-asan, test-tsan, ...) belong between the host and arm64 suites.
-TEST_STAGES := test-default test-asan test-tsan test-valgrind test-fuzz test-arm64
+# The stages of `make test`, in the order they run. Cheap ones first so a broken change fails fast:
+# the GCC and the clang + libc++ suites, the ABI and static checks on the latter's build, then
+# sanitizers, fuzzing and the emulated arm64 suite.
+TEST_STAGES := test-default test-libcxx test-abi test-tidy test-asan test-tsan test-valgrind \
+    test-fuzz test-arm64
 
 # Sanitized suites stop at the first report and fail the stage; LeakSanitizer runs at every
 # process exit. No suppressions: nothing third-party has needed one.
@@ -49,7 +55,7 @@ FUZZ_DIR := $(BUILD_ROOT)/fuzz
 test-fuzz: FUZZ_SECONDS := 60
 
 .PHONY: deps deps-host deps-arm64 build test demo bench fuzz clean
-.PHONY: build-fuzz test-fuzz test-valgrind
+.PHONY: build-fuzz test-fuzz test-valgrind tidy test-tidy test-abi abi-baseline
 .PHONY: $(addprefix configure-,$(PRESETS)) $(addprefix build-,$(PRESETS))
 .PHONY: $(addprefix test-,$(PRESETS))
 
@@ -61,7 +67,11 @@ deps-arm64:
 
 # Configuring an existing tree again is cheap and picks up edits to the presets.
 $(addprefix configure-,$(PRESETS)): configure-%:
-	$(CMAKE) --preset $* -B $(BUILD_ROOT)/$*
+	$(CMAKE) --preset $* -B $(BUILD_ROOT)/$* $(CONFIGURE_FLAGS)
+# A build folder keeps the compiler it was first configured with. arm64 builds with clang and
+# libc++ now: a folder configured before that, with GCC, is configured afresh once.
+configure-arm64: CONFIGURE_FLAGS = $(if $(shell grep -s '^VISTEL_LIBCXX:INTERNAL=1$$' \
+    $(BUILD_ROOT)/arm64/CMakeCache.txt),,--fresh)
 $(addprefix build-,$(PRESETS)): build-%: configure-%
 	$(CMAKE) --build $(BUILD_ROOT)/$* --parallel $(JOBS)
 # Each suite writes its temporary files into a folder of its own, which must be empty again when
@@ -73,7 +83,7 @@ $(addprefix test-,$(PRESETS)): test-%: build-%
 	    --parallel $(JOBS) --output-on-failure --no-tests=error
 	tools/check-leftovers.sh $(STAGE_TMP)
 
-configure-default configure-asan configure-tsan: deps-host
+configure-default configure-asan configure-tsan configure-libcxx: deps-host
 configure-arm64: deps-arm64
 
 build: build-default
@@ -93,6 +103,19 @@ fuzz test-fuzz: build-fuzz
 	mkdir -p $(FUZZ_DIR)/corpus $(FUZZ_DIR)/artifacts
 	$(FUZZ_DIR)/vistel_fuzz -max_total_time=$(FUZZ_SECONDS) -timeout=30 -print_final_stats=1 \
 	    -artifact_prefix=$(FUZZ_DIR)/artifacts/ $(FUZZ_DIR)/corpus fuzz/corpus
+
+# clang-tidy reads the libc++ build's compile commands: the sources as the device's compiler and C++
+# library see them. Configuring is enough; nothing needs to be built first.
+# TIDY_SOURCES narrows it, e.g. `make tidy TIDY_SOURCES=src/core/`.
+tidy test-tidy: configure-libcxx
+	tools/run-clang-tidy.sh $(BUILD_ROOT)/libcxx $(TIDY_SOURCES)
+
+# The ABI baseline is the libc++ build's (tools/check-abi.sh). Changing the ABI on purpose means
+# running `make abi-baseline` and committing abi/ with the change.
+test-abi: build-libcxx
+	tools/check-abi.sh $(BUILD_ROOT)/libcxx
+abi-baseline: build-libcxx
+	tools/check-abi.sh --update $(BUILD_ROOT)/libcxx
 
 # memcheck over the demo: any error, or anything definitely lost, fails the stage.
 VALGRIND_DEMO := valgrind --tool=memcheck --error-exitcode=1 --leak-check=full \

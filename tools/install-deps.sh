@@ -3,10 +3,13 @@
 #
 #   tools/install-deps.sh [host|arm64|all]     (default: all)
 #
-# host:  compilers, AOSP liblog/libutils, libsafec, GoogleTest/Benchmark, sanitizer and fuzzer
-#        runtimes, valgrind and the Android.bp tools.
-# arm64: the aarch64 cross compiler, qemu-user and the arm64 builds of the libraries the library
-#        and its tests link against, plus the arm64 7z.so (see installP7zipArm64 below).
+# host:  compilers, AOSP liblog/libutils, libsafec, GoogleTest/Benchmark and GoogleTest's sources,
+#        sanitizer and fuzzer runtimes, valgrind, the Android.bp tools, libc++ (the device's C++
+#        library), clang-tidy and the ABI tools (abi-dumper, abi-compliance-checker, and ctags,
+#        with which abi-dumper finds the public headers' declarations).
+# arm64: clang and the aarch64 binutils and start files (with gcc's cross compiler), qemu-user and
+#        the arm64 builds of the libraries the library and its tests link against, plus the arm64
+#        7z.so and libc++ (see unpackArm64 below).
 #
 # The check is a single dpkg-query, so a machine that is already set up pays a few milliseconds and
 # no network; apt-get update runs only when something has to be installed.
@@ -17,17 +20,23 @@ VISTEL_ARM64_PREFIX=${VISTEL_ARM64_PREFIX:-/opt/vistel-arm64}
 
 readonly kHostPackages=(
     android-liblog-dev android-libutils-dev libsafec-dev nlohmann-json3-dev
-    libgtest-dev libgmock-dev libbenchmark-dev
+    libgtest-dev libgmock-dev googletest libbenchmark-dev
     cmake ninja-build make pkgconf g++ clang libclang-rt-14-dev valgrind
     blueprint-tools mini-soong
+    libc++-14-dev libc++abi-14-dev clang-tidy-14
+    abi-dumper abi-compliance-checker universal-ctags
 )
-# Complete on its own, so `make test-arm64` works on a bare machine. nlohmann-json is
-# header-only (Architecture: all): the host package serves both builds.
+# Complete on its own, so `make test-arm64` works on a bare machine. nlohmann-json, GoogleTest's
+# sources (built against libc++ by the build itself) and libc++'s headers are the same for every
+# architecture: the host packages serve both builds.
 readonly kArm64Packages=(
-    cmake ninja-build make g++-aarch64-linux-gnu qemu-user nlohmann-json3-dev
+    cmake ninja-build make clang g++-aarch64-linux-gnu qemu-user
+    nlohmann-json3-dev googletest libc++-14-dev
     android-liblog-dev:arm64 android-libutils-dev:arm64 libsafec-dev:arm64
-    libgtest-dev:arm64 libgmock-dev:arm64
 )
+# Unpacked into $VISTEL_ARM64_PREFIX rather than installed: see unpackArm64.
+readonly kArm64Libcxx=(libc++1-14 libc++-14-dev libc++abi1-14 libc++abi-14-dev libunwind-14
+                       libunwind-14-dev)
 
 SUDO=()
 if [[ $(id -u) -ne 0 ]]; then
@@ -75,27 +84,42 @@ enableArm64() {
     fi
 }
 
-# Debian's arm64 libbacktrace (a dependency of libutils) needs the arm64 7z.so from p7zip-full,
-# which cannot be installed next to the x86_64 p7zip-full. The arm64 package is only unpacked
-# (not installed) into a private prefix; the toolchain file links with -rpath-link into it and the
-# qemu runs put it on LD_LIBRARY_PATH. Once unpacked it is left alone (apt-cache alone costs a
-# second); delete the prefix to refresh it. The stamp says which version is there.
-installP7zipArm64() {
-    local version stamp="$VISTEL_ARM64_PREFIX/p7zip-full.version"
-    if [[ -f $VISTEL_ARM64_PREFIX/usr/lib/p7zip/7z.so && -f $stamp ]]; then
+# Some arm64 packages cannot be installed next to their x86_64 twins, so they are only unpacked
+# (not installed) into a private prefix:
+#  - p7zip-full: Debian's arm64 libbacktrace (a dependency of libutils) needs its 7z.so, and the
+#    package conflicts with the x86_64 p7zip-full;
+#  - libc++, libc++abi and the libunwind they link: marked Multi-Arch: same, they also ship their
+#    libraries in /usr/lib/llvm-14/lib, which the x86_64 packages own, so dpkg refuses them
+#    ("trying to overwrite shared '/usr/lib/llvm-14/lib/libc++.so.1.0'").
+# cmake/toolchain-aarch64.cmake links against the prefix and qemu's -L makes the tests find it first.
+# Once unpacked a group is left alone (apt-cache alone costs a second); delete the prefix to refresh
+# it. Its stamp says which versions are there.
+#
+#   unpackArm64 <group> <file the group provides, relative to the prefix> <package>...
+unpackArm64() {
+    local group=$1 probe=$2
+    shift 2
+    local stamp="$VISTEL_ARM64_PREFIX/$group.version"
+    if [[ -e $VISTEL_ARM64_PREFIX/$probe && -f $stamp ]]; then
         return
     fi
     aptUpdate
-    version=$(apt-cache policy p7zip-full:arm64 | awk '/Candidate:/ { print $2 }')
-    echo "install-deps: unpacking p7zip-full:arm64 $version into $VISTEL_ARM64_PREFIX"
-    local tmp
+    local pkg version pinned=()
+    for pkg in "$@"; do
+        version=$(apt-cache policy "$pkg:arm64" | awk '/Candidate:/ { print $2 }')
+        pinned+=("$pkg:arm64=$version")
+    done
+    echo "install-deps: unpacking ${pinned[*]} into $VISTEL_ARM64_PREFIX"
+    local tmp deb
     tmp=$(mktemp -d)
     # apt-get download drops privileges to _apt, which must be able to write the folder.
     chmod 0777 "$tmp"
-    (cd "$tmp" && apt-get -q download "p7zip-full:arm64=$version")
+    (cd "$tmp" && apt-get -q download "${pinned[@]}")
     "${SUDO[@]}" mkdir -p "$VISTEL_ARM64_PREFIX"
-    "${SUDO[@]}" dpkg-deb -x "$tmp"/p7zip-full_*_arm64.deb "$VISTEL_ARM64_PREFIX"
-    echo "$version" | "${SUDO[@]}" tee "$stamp" >/dev/null
+    for deb in "$tmp"/*.deb; do
+        "${SUDO[@]}" dpkg-deb -x "$deb" "$VISTEL_ARM64_PREFIX"
+    done
+    printf '%s\n' "${pinned[@]}" | "${SUDO[@]}" tee "$stamp" >/dev/null
     rm -rf "$tmp"
 }
 
@@ -108,7 +132,8 @@ main() {
         arm64)
             enableArm64
             installPackages "${kArm64Packages[@]}"
-            installP7zipArm64
+            unpackArm64 p7zip-full usr/lib/p7zip/7z.so p7zip-full
+            unpackArm64 libc++ usr/lib/aarch64-linux-gnu/libc++.so.1 "${kArm64Libcxx[@]}"
             ;;
         all)
             main host

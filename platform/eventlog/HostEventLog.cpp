@@ -11,6 +11,17 @@
 
 namespace hosteventlog {
 
+namespace {
+
+// Reporters write from several threads at once, and strerror() may hand them one shared buffer.
+// The GNU strerror_r (glibc and bionic) returns the text, in the buffer or a constant.
+std::string errorText(int error) {
+    char text[128];
+    return strerror_r(error, text, sizeof(text));
+}
+
+}  // namespace
+
 void appendLineToEnvFile(const char* envName, const std::function<std::string()>& makeLine,
                          const char* logTag) {
     const char* path = getenv(envName);
@@ -20,14 +31,14 @@ void appendLineToEnvFile(const char* envName, const std::function<std::string()>
     int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
     if (fd < 0) {
         __android_log_print(ANDROID_LOG_ERROR, logTag, "cannot open %s=%s: %s", envName, path,
-                            strerror(errno));
+                            errorText(errno).c_str());
         return;
     }
     const std::string record = makeLine() + '\n';
     ssize_t written = TEMP_FAILURE_RETRY(write(fd, record.data(), record.size()));
     if (written != static_cast<ssize_t>(record.size())) {
         __android_log_print(ANDROID_LOG_ERROR, logTag, "short write to %s (%zd of %zu bytes): %s",
-                            path, written, record.size(), strerror(errno));
+                            path, written, record.size(), errorText(errno).c_str());
     }
     close(fd);
 }

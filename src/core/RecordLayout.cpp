@@ -6,8 +6,9 @@
 // breaks the library's build, on x86_64, on arm64 and in the device tree alike, instead of
 // garbling reports in the field. Nothing here generates code.
 //
-// Only the records holding standard containers depend on the C++ library: libstdc++ here,
-// libc++ on the device. Their two columns are anchored by the container sizes checked first.
+// Only the records holding standard containers depend on the C++ library: libstdc++ in the GCC
+// builds, libc++ on the device and in the clang builds (libcxx, arm64). Their two columns are
+// anchored by the container sizes checked first.
 
 #include <VistelManager.h>
 
@@ -36,9 +37,10 @@ static_assert(sizeof(std::unordered_map<std::string, std::vector<orv::vistelBoot
 #define RECORD(type, size, align)                                     \
     static_assert(sizeof(orv::type) == (size), #type ": size");       \
     static_assert(alignof(orv::type) == (align), #type ": alignment")
+// A field's size is its type's: for a container, the slot it takes in the record.
 #define FIELD(type, field, offset, size)                                          \
     static_assert(offsetof(orv::type, field) == (offset), #type "::" #field ": offset"); \
-    static_assert(sizeof(orv::type::field) == (size), #type "::" #field ": size")
+    static_assert(sizeof(decltype(orv::type::field)) == (size), #type "::" #field ": size")
 
 RECORD(VistelEventBase, 8, 8);
 

@@ -12,27 +12,29 @@ namespace orv {
 struct VistelParam {
     enum class Form { kIndexed, kInteger, kFloat, kText };
 
+    // Ordered so that no field needs padding before it: an event's table of parameters, built on
+    // the reporting thread's stack, takes 40 bytes a parameter rather than 48.
     Form form;
-    unsigned short index;  // kIndexed only
-    const char* name;      // the named forms
-    DATATYPE type;         // the named forms: single value or one more array element
-    long longValue;        // kIndexed and kInteger
-    float floatValue;      // kFloat
-    const char* textValue; // kText
+    DATATYPE type;          // the named forms: single value or one more array element
+    const char* name;       // the named forms
+    long longValue;         // kIndexed and kInteger
+    const char* textValue;  // kText
+    float floatValue;       // kFloat
+    unsigned short index;   // kIndexed only
 
     // By index; the service reads texts at the address carried in the value.
     static constexpr VistelParam indexed(unsigned short index, long value) {
-        return {Form::kIndexed, index, nullptr, TYPE_INT, value, 0.0f, nullptr};
+        return {Form::kIndexed, TYPE_INT, nullptr, value, nullptr, 0.0f, index};
     }
     static constexpr VistelParam integer(const char* name, long value, DATATYPE type = TYPE_INT) {
-        return {Form::kInteger, 0, name, type, value, 0.0f, nullptr};
+        return {Form::kInteger, type, name, value, nullptr, 0.0f, 0};
     }
     static constexpr VistelParam real(const char* name, float value, DATATYPE type = TYPE_FLOAT) {
-        return {Form::kFloat, 0, name, type, 0, value, nullptr};
+        return {Form::kFloat, type, name, 0, nullptr, value, 0};
     }
     static constexpr VistelParam string(const char* name, const char* text,
                                         DATATYPE type = TYPE_STRING) {
-        return {Form::kText, 0, name, type, 0, 0.0f, text};
+        return {Form::kText, type, name, 0, text, 0.0f, 0};
     }
 };
 

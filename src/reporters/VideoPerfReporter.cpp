@@ -91,6 +91,7 @@ int VistelManager::FrameDropError(std::shared_ptr<VistelEventBase> event) try {
     const auto& record = static_cast<const vistelFrameDrop&>(*event);
     // One event per group; the count line carries this function object's name.
     auto reportGroup = [&counted](const vistelVideoPerfInfo& group) {
+        // NOLINTNEXTLINE(bugprone-lambda-function-name): "operator()" is the name the line shows
         reportVideoPerf(__func__, group, counted);
     };
     std::for_each(record.groups.begin(), record.groups.end(), reportGroup);

@@ -21,6 +21,9 @@ endif()
 # "<address> <type> <demangled name>"; the name may hold spaces and, in templates, semicolons,
 # which would split a CMake list: replace them first.
 string(REPLACE ";" "<semicolon>" nmOutput "${nmOutput}")
+# libc++ (the device's C++ library) keeps its types in the inline namespace std::__1; the list
+# names them as the source does, so one list serves libc++ and libstdc++ builds.
+string(REPLACE "std::__1::" "std::" nmOutput "${nmOutput}")
 string(REPLACE "\n" ";" nmLines "${nmOutput}")
 set(strong)
 set(weak)

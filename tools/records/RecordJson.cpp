@@ -144,7 +144,7 @@ class Filler {
                     return "field \"" + path + "\": the text holds a NUL byte";
                 }
                 std::memset(member, 0, field.size);
-                std::memcpy(member, text.data(), text.size());
+                std::memcpy(member, text.c_str(), text.size() + 1);
                 return "";
             }
             case FieldType::kString:

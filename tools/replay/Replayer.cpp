@@ -26,7 +26,7 @@ constexpr int64_t kNanosPerSecond = 1000000000;
 // Well away from 0, which the limiter reads as "never reported".
 constexpr int64_t kFirstStartNs = 1000 * kNanosPerSecond;
 // Longer than every quiet period of the limiter.
-constexpr int64_t kGapBetweenScenariosNs = 10 * 3600 * kNanosPerSecond;
+constexpr int64_t kGapBetweenScenariosNs = kNanosPerSecond * 3600 * 10;
 
 std::atomic<int64_t> gNowNs{kFirstStartNs};
 std::atomic<int64_t> gScenarioStartNs{kFirstStartNs};

@@ -34,8 +34,9 @@ std::string clock(double seconds) {
     char text[32];
     snprintf(text, sizeof(text), "%02ld:%02ld:%02ld", whole / 3600, whole / 60 % 60, whole % 60);
     std::string result = text;
-    if (seconds != whole) {
-        snprintf(text, sizeof(text), "%.3f", seconds - whole);
+    const double fraction = seconds - static_cast<double>(whole);
+    if (fraction != 0) {
+        snprintf(text, sizeof(text), "%.3f", fraction);
         result += std::string(text).substr(1);  // ".500"
     }
     return result;
