@@ -223,6 +223,7 @@ void readTexts(ServiceState& s, SentEvent& event) {
     if (texts == s.indexedTexts.end()) return;
     for (Param& param : event.params) {
         if (param.type == ParamType::kIndexed && texts->second.count(param.index) != 0) {
+            // NOLINTNEXTLINE(performance-no-int-to-ptr): the value is the text's address
             param.stringValue = reinterpret_cast<const char*>(param.intValue);
         }
     }

@@ -85,6 +85,7 @@ class DumpWriter {
     DumpWriter(const DumpWriter&) = delete;
     DumpWriter& operator=(const DumpWriter&) = delete;
 
+    // NOLINTNEXTLINE(cert-dcl50-cpp): printf-style, and the compiler checks every format
     __attribute__((format(printf, 2, 3))) void line(const char* format, ...) {
         char text[kLineMax];
         va_list args;

@@ -26,8 +26,6 @@ constexpr LimitPolicy perKind(const char* policy, int periodSeconds) {
     return {policy, periodSeconds, "kind"};
 }
 
-using orv::VistelEvent;
-
 #define VISTEL_KIND(Name, handler, Record, Body, service, events, limit)                     \
     KindInfo {                                                                               \
         orv::kEvent##Name, #Name, #handler, #Record, Service::service, events, limit,        \

@@ -107,9 +107,10 @@ class Sentinels {
 
     std::string nextText() {
         static constexpr char kDigits[] = "0123456789abcdefghijklmnopqrstuvwxyz";
+        static constexpr size_t kRadix = sizeof(kDigits) - 1;
         const size_t n = mTexts.size();
-        if (n >= 36 * 36) mErrors.push_back("more texts than sentinels");
-        return {mBase.textPrefix, kDigits[n / 36 % 36], kDigits[n % 36]};
+        if (n >= kRadix * kRadix) mErrors.push_back("more texts than sentinels");
+        return {mBase.textPrefix, kDigits[n / kRadix % kRadix], kDigits[n % kRadix]};
     }
 
     ordered_json structValues(const StructLayout& layout, const std::string& path,
