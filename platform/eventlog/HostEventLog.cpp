@@ -36,9 +36,13 @@ void appendLineToEnvFile(const char* envName, const std::function<std::string()>
     }
     const std::string record = makeLine() + '\n';
     ssize_t written = TEMP_FAILURE_RETRY(write(fd, record.data(), record.size()));
-    if (written != static_cast<ssize_t>(record.size())) {
-        __android_log_print(ANDROID_LOG_ERROR, logTag, "short write to %s (%zd of %zu bytes): %s",
-                            path, written, record.size(), errorText(errno).c_str());
+    if (written < 0) {
+        __android_log_print(ANDROID_LOG_ERROR, logTag, "cannot write to %s: %s", path,
+                            errorText(errno).c_str());
+    } else if (written != static_cast<ssize_t>(record.size())) {
+        // A short write sets no errno: the disk filled or a size limit was reached.
+        __android_log_print(ANDROID_LOG_ERROR, logTag, "short write to %s (%zd of %zu bytes)",
+                            path, written, record.size());
     }
     close(fd);
 }

@@ -40,7 +40,12 @@ void QorThreadManager::armExitHook() {
     static std::once_flag armed;
     std::call_once(armed, [] {
         gExitHookPid = getpid();
-        atexit([] { GetInstance()->stopAtExit(); });
+        // Only when the C library's table of exit handlers is full; the pool then behaves like
+        // one without a hook, which the library is safe against, and says so once.
+        if (atexit([] { GetInstance()->stopAtExit(); }) != 0) {
+            __android_log_print(ANDROID_LOG_ERROR, "QorThreadManager",
+                                "exit hook not registered: atexit() failed");
+        }
     });
 }
 

@@ -29,17 +29,18 @@ std::string dumpValue(const ordered_json& value) {
 constexpr size_t kLineWidth = 100;
 constexpr int kIndent = 4;
 
+// "hh:mm:ss", with ".mmm" when there are milliseconds; rounded to the millisecond first, so
+// 1.9996 s reads 00:00:02, not 00:00:01 with a fraction rounded up to ".000" or "1.000".
 std::string clock(double seconds) {
-    const auto whole = static_cast<long>(seconds);
+    const long long millis = std::llround(seconds * 1000);
+    const long long whole = millis / 1000;
     char text[32];
-    snprintf(text, sizeof(text), "%02ld:%02ld:%02ld", whole / 3600, whole / 60 % 60, whole % 60);
-    std::string result = text;
-    const double fraction = seconds - static_cast<double>(whole);
-    if (fraction != 0) {
-        snprintf(text, sizeof(text), "%.3f", fraction);
-        result += std::string(text).substr(1);  // ".500"
+    int length = snprintf(text, sizeof(text), "%02lld:%02lld:%02lld", whole / 3600,
+                          whole / 60 % 60, whole % 60);
+    if (millis % 1000 != 0 && length > 0) {
+        snprintf(text + length, sizeof(text) - length, ".%03lld", millis % 1000);
     }
-    return result;
+    return text;
 }
 
 std::string fit(const std::string& text, size_t width) {
