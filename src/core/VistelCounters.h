@@ -56,6 +56,10 @@ inline KindCounters& outsideDispatch() {
     return gRows[kOutsideDispatch];
 }
 
+// The kind's name as VistelRecords.h spells it after "kEvent", for the dump's rows; kept with the
+// handler table, which is listed by these names.
+const char* kindName(VistelEvent kind);
+
 // ---- The service binding ----
 
 enum class Binding : int {

@@ -15,42 +15,6 @@ namespace orv {
 
 namespace {
 
-// The kinds by number, as VistelRecords.h names them without "kEvent".
-constexpr const char* kKindNames[kVistelEventCount] = {
-        "MemLeak",
-        "MemShortage",
-        "MemLimit",
-        "MemEfficiencyWarning",
-        "MemAllocFail",
-        "PreviewBufferRefLeak",
-        "CaptureBufferRefLeak",
-        "AlgoProcessTimeoutWarning",
-        "AlgoProcessTimeoutError",
-        "SnapshotTimeoutWarning",
-        "SnapshotTimeoutError",
-        "OtherTimeoutWarning",
-        "OtherTimeoutError",
-        "SnapshotBigdata",
-        "SnapshotAfBigdata",
-        "StatisticData",
-        "HDRPData",
-        "SnapshotBigdataV2",
-        "AlgoProcessTimeoutDumpSystrace",
-        "FlushProcessTimeoutError",
-        "StopProcessTimeoutError",
-        "SessionUninitProcessTimeoutError",
-        "ConfigStreamProcessTimeoutError",
-        "VideoPerfData",
-        "PostProcessTimeoutError",
-        "BootTimeout",
-        "DumpTrace",
-        "FrameDrop",
-        "MemoryExceedThreshold",
-        "MemoryAllocTimeout",
-        "DailyTempRise",
-        "ScanMsg",
-};
-
 constexpr const char kServiceLibrary[] = "libvistel.so";
 
 // One row's figures, read once.
@@ -169,7 +133,7 @@ void VistelManager::dump(int fd) {
     for (uint32_t kind = 0; kind < kVistelEventCount; ++kind) {
         char number[8];
         snprintf(number, sizeof(number), "%u", kind);
-        writeRow(out, number, kKindNames[kind], rows[kind]);
+        writeRow(out, number, counters::kindName(static_cast<VistelEvent>(kind)), rows[kind]);
         total.add(rows[kind]);
     }
     // No record behind it: the camera stack's own calls of sendBootMsg.

@@ -5,6 +5,7 @@
 #include <QorThreadManager.h>
 #include <safeclib/safe_mem_lib.h>
 
+#include <iterator>
 #include <map>
 #include <type_traits>
 
@@ -22,58 +23,64 @@ namespace {
 const std::string kImageDumpPath = "/data/vendor/camera/img/";
 const std::string kCalibDumpPath = "/data/vendor/camera/img/gos_calib_offline_test/";
 
-// One handler per kind, in registration order, with the name its lines carry.
+// One handler per kind, in kind order, with the names its lines and the dump carry.
 struct Registration {
     VistelEvent kind;
     VistelManager::HandlerMethod handler;
-    const char* name;
+    const char* name;      // the handler's, as its log lines give it
+    const char* kindName;  // the kind's, as VistelRecords.h spells it after "kEvent"
 };
-#define VISTEL_REGISTRATION(kind, handler) \
-    { kind, &VistelManager::handler, #handler }
+#define VISTEL_REGISTRATION(Kind, handler) \
+    { kEvent##Kind, &VistelManager::handler, #handler, #Kind }
 
-const Registration kRegistrations[] = {
-        VISTEL_REGISTRATION(kEventMemLeak, sendEventMemLeak),
-        VISTEL_REGISTRATION(kEventMemShortage, sendEventMemShortage),
-        VISTEL_REGISTRATION(kEventMemLimit, sendEventMemLimit),
-        VISTEL_REGISTRATION(kEventMemEfficiencyWarning, sendEventMemEfficiencyWarning),
-        VISTEL_REGISTRATION(kEventMemAllocFail, sendEventMemAllocFail),
-        VISTEL_REGISTRATION(kEventPreviewBufferRefLeak, sendEventPreviewBufferRefLeak),
-        VISTEL_REGISTRATION(kEventCaptureBufferRefLeak, sendEventCaptureBufferRefLeak),
-        VISTEL_REGISTRATION(kEventAlgoProcessTimeoutWarning, sendEventAlgoProcessTimeoutWarning),
-        VISTEL_REGISTRATION(kEventAlgoProcessTimeoutError, sendEventAlgoProcessTimeoutError),
-        VISTEL_REGISTRATION(kEventSnapshotTimeoutWarning, sendEventSnapshotTimeoutWarning),
-        VISTEL_REGISTRATION(kEventSnapshotTimeoutError, sendEventSnapshotTimeoutError),
-        VISTEL_REGISTRATION(kEventOtherTimeoutWarning, sendEventOtherTimeoutWarning),
-        VISTEL_REGISTRATION(kEventOtherTimeoutError, sendEventOtherTimeoutError),
-        VISTEL_REGISTRATION(kEventSnapshotBigdata, sendEventSnapshotBigdata),
-        VISTEL_REGISTRATION(kEventSnapshotAfBigdata, SendEventSnapshotAfBigdata),
-        VISTEL_REGISTRATION(kEventStatisticData, sendEventStatisticData),
-        VISTEL_REGISTRATION(kEventHDRPData, sendEventHDRPData),
-        VISTEL_REGISTRATION(kEventSnapshotBigdataV2, SendEventSnapshotBigdataV2),
-        VISTEL_REGISTRATION(kEventAlgoProcessTimeoutDumpSystrace,
+constexpr Registration kRegistrations[] = {
+        VISTEL_REGISTRATION(MemLeak, sendEventMemLeak),
+        VISTEL_REGISTRATION(MemShortage, sendEventMemShortage),
+        VISTEL_REGISTRATION(MemLimit, sendEventMemLimit),
+        VISTEL_REGISTRATION(MemEfficiencyWarning, sendEventMemEfficiencyWarning),
+        VISTEL_REGISTRATION(MemAllocFail, sendEventMemAllocFail),
+        VISTEL_REGISTRATION(PreviewBufferRefLeak, sendEventPreviewBufferRefLeak),
+        VISTEL_REGISTRATION(CaptureBufferRefLeak, sendEventCaptureBufferRefLeak),
+        VISTEL_REGISTRATION(AlgoProcessTimeoutWarning, sendEventAlgoProcessTimeoutWarning),
+        VISTEL_REGISTRATION(AlgoProcessTimeoutError, sendEventAlgoProcessTimeoutError),
+        VISTEL_REGISTRATION(SnapshotTimeoutWarning, sendEventSnapshotTimeoutWarning),
+        VISTEL_REGISTRATION(SnapshotTimeoutError, sendEventSnapshotTimeoutError),
+        VISTEL_REGISTRATION(OtherTimeoutWarning, sendEventOtherTimeoutWarning),
+        VISTEL_REGISTRATION(OtherTimeoutError, sendEventOtherTimeoutError),
+        VISTEL_REGISTRATION(SnapshotBigdata, sendEventSnapshotBigdata),
+        VISTEL_REGISTRATION(SnapshotAfBigdata, SendEventSnapshotAfBigdata),
+        VISTEL_REGISTRATION(StatisticData, sendEventStatisticData),
+        VISTEL_REGISTRATION(HDRPData, sendEventHDRPData),
+        VISTEL_REGISTRATION(SnapshotBigdataV2, SendEventSnapshotBigdataV2),
+        VISTEL_REGISTRATION(AlgoProcessTimeoutDumpSystrace,
                             SendEventAlgoProcessTimeoutDumpSystrace),
-        VISTEL_REGISTRATION(kEventFlushProcessTimeoutError, sendEventFlushProcessTimeoutError),
-        VISTEL_REGISTRATION(kEventStopProcessTimeoutError, sendEventStopProcessTimeoutError),
-        VISTEL_REGISTRATION(kEventSessionUninitProcessTimeoutError,
+        VISTEL_REGISTRATION(FlushProcessTimeoutError, sendEventFlushProcessTimeoutError),
+        VISTEL_REGISTRATION(StopProcessTimeoutError, sendEventStopProcessTimeoutError),
+        VISTEL_REGISTRATION(SessionUninitProcessTimeoutError,
                             sendEventSessionUninitProcessTimeoutError),
-        VISTEL_REGISTRATION(kEventConfigStreamProcessTimeoutError,
+        VISTEL_REGISTRATION(ConfigStreamProcessTimeoutError,
                             sendEventConfigStreamProcessTimeoutError),
-        VISTEL_REGISTRATION(kEventVideoPerfData, sendEventVideoPerfData),
-        VISTEL_REGISTRATION(kEventPostProcessTimeoutError, sendEventPostProcessTimeoutError),
-        VISTEL_REGISTRATION(kEventBootTimeout, sendBootTimeout),
-        VISTEL_REGISTRATION(kEventDumpTrace, dumpTrace),
-        VISTEL_REGISTRATION(kEventFrameDrop, FrameDropError),
-        VISTEL_REGISTRATION(kEventMemoryExceedThreshold, sendMemoryExceedThreshold),
-        VISTEL_REGISTRATION(kEventMemoryAllocTimeout, sendMemoryAllocTimeout),
-        VISTEL_REGISTRATION(kEventDailyTempRise, sendDailyTempRise),
-        VISTEL_REGISTRATION(kEventScanMsg, sendScanMsgReport),
+        VISTEL_REGISTRATION(VideoPerfData, sendEventVideoPerfData),
+        VISTEL_REGISTRATION(PostProcessTimeoutError, sendEventPostProcessTimeoutError),
+        VISTEL_REGISTRATION(BootTimeout, sendBootTimeout),
+        VISTEL_REGISTRATION(DumpTrace, dumpTrace),
+        VISTEL_REGISTRATION(FrameDrop, FrameDropError),
+        VISTEL_REGISTRATION(MemoryExceedThreshold, sendMemoryExceedThreshold),
+        VISTEL_REGISTRATION(MemoryAllocTimeout, sendMemoryAllocTimeout),
+        VISTEL_REGISTRATION(DailyTempRise, sendDailyTempRise),
+        VISTEL_REGISTRATION(ScanMsg, sendScanMsgReport),
 };
+
+constexpr bool inKindOrder() {
+    for (size_t i = 0; i < std::size(kRegistrations); ++i) {
+        if (kRegistrations[i].kind != i) return false;
+    }
+    return std::size(kRegistrations) == kVistelEventCount;
+}
+static_assert(inKindOrder(), "one registration per kind, in kind order");
 
 const char* handlerName(VistelEvent kind) {
-    for (const Registration& registration : kRegistrations) {
-        if (registration.kind == kind) return registration.name;
-    }
-    return "reportMsgImpl";
+    return kind < kVistelEventCount ? kRegistrations[kind].name : "reportMsgImpl";
 }
 
 // The entry each registered kind's handler calls. Every queued record carries a copy of its
@@ -107,6 +114,10 @@ RecordModules gRecordModules;
 }  // namespace
 
 char g_logGitTag[64] = {};
+
+const char* counters::kindName(VistelEvent kind) {
+    return kind < kVistelEventCount ? kRegistrations[kind].kindName : "";
+}
 
 VistelManager* VistelManager::GetInstance() {
     // Built once, under the language's thread-safe guard, and destroyed at exit or unload.
@@ -161,9 +172,8 @@ void VistelManager::registerFunction(VistelEvent event, HandlerMethod func) {
         VLOGE("%s() registered failed with existed key:%d", __func__, event);
         return;
     }
-    const Registration* entry =
-            &handlerEntries().emplace(event, Registration{event, func, handlerName(event)})
-                     .first->second;
+    const Registration registration{event, func, handlerName(event), counters::kindName(event)};
+    const Registration* entry = &handlerEntries().emplace(event, registration).first->second;
     auto handler = [this, entry](std::shared_ptr<VistelEventBase> record) {
         return runQueued(this, *entry, std::move(record));
     };

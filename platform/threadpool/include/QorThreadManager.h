@@ -12,8 +12,8 @@
  * clients. At exit it stops starting tasks, waits (bounded) for the running ones and breaks the
  * promises of those still queued; QOR_THREAD_MANAGER_EXIT_HOOK=off leaves that exit hook out, so
  * queued tasks go on running while the process's static destructors run, as with a pool that
- * does nothing at exit. Tests and tools may build a private pool of their own, stop it and wait for it to
- * drain; those pools are stopped and joined when destroyed.
+ * does nothing at exit. Tests and tools may build a private pool of their own, stop it and wait
+ * for it to drain; those pools are stopped and joined when destroyed.
  */
 
 #pragma once
