@@ -119,6 +119,7 @@ auto QorThreadManager::enqueue(F&& f, Args&&... args)
     // holds the only reference to the task: the caller never ends up destroying a task that a
     // worker has already run.
     std::function<void()> run = [task = std::move(task)] { (*task)(); };
+    bool queued = false;
     {
         std::lock_guard<std::mutex> lock(mQueueMutex);
         // The flag is only ever set by stop(), at shutdown or in a test, so this line never
@@ -127,8 +128,14 @@ auto QorThreadManager::enqueue(F&& f, Args&&... args)
             __android_log_print(ANDROID_LOG_ERROR, QOR_THREAD_MANAGER_LOG_TAG,
                                 "enqueue on stopped QorThreadManager");
         }
-        mTasks.push_back(std::move(run));
+        // Once the process is exiting the queue is abandoned and no worker takes from it: the
+        // task is let go below, outside the lock, and its future reports a broken promise.
+        if (!mAbandonQueue) {
+            mTasks.push_back(std::move(run));
+            queued = true;
+        }
     }
+    if (!queued) return result;
     mCondition.notify_one();
     // Checked inline: after the first task this costs one relaxed load per record.
     if (!mExitHookArmed.load(std::memory_order_relaxed)) armExitHook();
