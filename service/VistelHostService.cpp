@@ -3,6 +3,7 @@
 
 #include "VistelHostService.h"
 
+#include <atomic>
 #include <charconv>
 #include <map>
 #include <mutex>
@@ -47,6 +48,8 @@ struct ServiceState {
     int paramFailureResult = vistelhost::kInjectedParamFailure;
     std::map<unsigned, std::set<unsigned short>> indexedTexts;  // event id -> text indexes
 };
+
+std::atomic<void (*)()> gSendHook{nullptr};
 
 // Never destroyed: clients call in from pool workers that may outlive static destructors. Built in
 // the library's own storage rather than on the heap, so that an unloaded library leaves nothing
@@ -345,6 +348,7 @@ int vistel_set_time(void* obj, long long timeMs) {
 }
 
 int vistel_send_event(void* obj) {
+    if (void (*hook)() = gSendHook.load()) hook();
     const char* function = __func__;
     return failOnThrow(kSendFailed, [&] {
         ServiceState& s = state();
@@ -467,3 +471,7 @@ std::string toJson(const SentEvent& event) {
 }
 
 }  // namespace vistelhost
+
+void vistelhost_set_send_hook(void (*hook)()) {
+    gSendHook.store(hook);
+}

@@ -111,3 +111,9 @@ VISTEL_HOST_EXPORT int invalidObjectCalls();
 VISTEL_HOST_EXPORT std::string toJson(const SentEvent& event);
 
 }  // namespace vistelhost
+
+// Called at the start of every vistel_send_event, on the sending thread, until replaced; null
+// removes it. For processes that reach the service only through the library's dlopen() (they look
+// this name up with dlsym), to hold a reporter inside a service call, or to exit from one, the
+// way a device's service might. Survives reset().
+extern "C" VISTEL_HOST_EXPORT void vistelhost_set_send_hook(void (*hook)());
