@@ -12,12 +12,6 @@ std::atomic<const char*> gMissingFunction{nullptr};
 
 }  // namespace
 
-KindCounters& ofRecord(VistelEventBase* record) {
-    if (record == nullptr) return outsideDispatch();
-    const uint32_t kind = record->GetEventType();
-    return gRows[kind < kVistelEventCount ? kind : kOutsideDispatch];
-}
-
 void recordBinding(Binding binding, const char* missingFunction) {
     gMissingFunction.store(missingFunction, std::memory_order_relaxed);
     gBinding.store(binding, std::memory_order_release);

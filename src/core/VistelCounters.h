@@ -1,13 +1,17 @@
 // What became of the records since the process started, per kind, for VistelManager::dump().
 //
-// Everything is counted on the worker that runs a record, never on the camera thread that hands
-// it over: the dispatch wrapper counts the record, and the reporters count what became of it
-// where they decide it (not initialised, dropped by the limiter, each call that hands an event
-// to a service). Work with no record behind it, sendBootMsg called directly by the camera stack,
-// has a row of its own.
+// Every record handed to the library is counted once where it arrives (the dispatch wrapper on
+// the worker that runs it, a handler or sendBootMsg called directly, or the camera thread for a
+// record shed at the door, which never reaches a worker) and ends in exactly one outcome, counted
+// where it is decided (the reporter's ReporterScope, or the dispatch wrapper for a record that
+// arrives after the manager is gone). Counted apart, the two must agree: records is the sum of
+// the outcome columns once nothing is in flight. The events column counts the events the services
+// took, which is not a count of records: one frame drop record sends one event per group, one
+// boot record one per node. Work with no record behind it, sendBootMsg called directly by the
+// camera stack, has a row of its own, a call counted as a record.
 //
 // Relaxed atomics: every count is exact on its own, and nothing else is ordered by them. A dump
-// taken while records are in flight may see a record counted and its event not yet.
+// taken while records are in flight may see a record's outcome counted and its events not yet.
 #pragma once
 
 #include <VistelRecords.h>
@@ -18,22 +22,51 @@
 namespace orv {
 namespace counters {
 
+enum class Outcome {
+    kSent,            // every event it handed to a service was taken
+    kLimited,         // the rate limiter dropped it
+    kNoEvent,         // answered without handing any event to a service
+    kNotInitialised,  // refused unsent: no service bound, a null record, the manager destroyed
+    kFailed,          // a service refused one of its events, or memory ran out building one
+    kShed,            // refused at the door: too many records in flight
+};
+
 // One cache line per row, so that workers running different kinds never write to the same one.
 struct alignas(64) KindCounters {
-    std::atomic<uint64_t> records{0};  // dispatched to the kind's handler
-    std::atomic<uint64_t> sent{0};     // events a service took
-    std::atomic<uint64_t> limited{0};  // records the limiter dropped
+    std::atomic<uint64_t> records{0};
+    std::atomic<uint64_t> sent{0};
+    std::atomic<uint64_t> limited{0};
+    std::atomic<uint64_t> noEvent{0};
     std::atomic<uint64_t> notInitialised{0};
-    std::atomic<uint64_t> failed{0};  // calls a service refused
+    std::atomic<uint64_t> failed{0};
+    std::atomic<uint64_t> shed{0};
+    std::atomic<uint64_t> events{0};  // events the services took
 
-    void addRecord() { add(records); }
-    void addLimited() { add(limited); }
-    void addNotInitialised() { add(notInitialised); }
-    // One call that handed an event to a service: taken, or refused.
-    void addServiceAnswer(bool accepted) { add(accepted ? sent : failed); }
+    void addRecord() { bump(records); }
+    void add(Outcome outcome) { bump(of(outcome)); }
+    void addEvents(uint64_t count) {
+        if (count != 0) events.fetch_add(count, std::memory_order_relaxed);
+    }
 
   private:
-    static void add(std::atomic<uint64_t>& counter) {
+    std::atomic<uint64_t>& of(Outcome outcome) {
+        switch (outcome) {
+            case Outcome::kSent:
+                return sent;
+            case Outcome::kLimited:
+                return limited;
+            case Outcome::kNoEvent:
+                return noEvent;
+            case Outcome::kNotInitialised:
+                return notInitialised;
+            case Outcome::kFailed:
+                return failed;
+            case Outcome::kShed:
+                break;
+        }
+        return shed;
+    }
+    static void bump(std::atomic<uint64_t>& counter) {
         counter.fetch_add(1, std::memory_order_relaxed);
     }
 };
@@ -47,10 +80,6 @@ extern KindCounters gRows[kVistelEventCount + 1] __attribute__((visibility("hidd
 inline KindCounters& of(VistelEvent kind) {
     return gRows[kind];
 }
-
-// The row of a record's kind as the record tells it; records of no known kind and null records
-// (handlers called directly) count as work outside dispatch.
-KindCounters& ofRecord(VistelEventBase* record);
 
 inline KindCounters& outsideDispatch() {
     return gRows[kOutsideDispatch];

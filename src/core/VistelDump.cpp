@@ -1,13 +1,20 @@
-// VistelManager::dump(): the counters of VistelCounters.h, the service binding and the
-// limiter's key counts as a table for dumpsys.
+// VistelManager::dump(): the counters of VistelCounters.h, the records in flight, the service
+// binding and the limiter's key counts as a table for dumpsys.
+#define LOG_TAG "VistelManager"
+
 #include <VistelManager.h>
 #include <errno.h>
+#include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
+#include "InFlightBound.h"
+#include "ReporterGate.h"
 #include "VistelCounters.h"
 #include "VistelLog.h"
 
@@ -22,30 +29,68 @@ struct Row {
     unsigned long long records = 0;
     unsigned long long sent = 0;
     unsigned long long limited = 0;
+    unsigned long long noEvent = 0;
     unsigned long long notInitialised = 0;
     unsigned long long failed = 0;
+    unsigned long long shed = 0;
+    unsigned long long events = 0;
 
     static Row read(const counters::KindCounters& counted) {
         constexpr auto kRelaxed = std::memory_order_relaxed;
-        return {counted.records.load(kRelaxed), counted.sent.load(kRelaxed),
-                counted.limited.load(kRelaxed), counted.notInitialised.load(kRelaxed),
-                counted.failed.load(kRelaxed)};
+        return {counted.records.load(kRelaxed),        counted.sent.load(kRelaxed),
+                counted.limited.load(kRelaxed),        counted.noEvent.load(kRelaxed),
+                counted.notInitialised.load(kRelaxed), counted.failed.load(kRelaxed),
+                counted.shed.load(kRelaxed),           counted.events.load(kRelaxed)};
     }
     void add(const Row& other) {
         records += other.records;
         sent += other.sent;
         limited += other.limited;
+        noEvent += other.noEvent;
         notInitialised += other.notInitialised;
         failed += other.failed;
+        shed += other.shed;
+        events += other.events;
     }
 };
 
-// Lines into a fixed buffer, written out when it fills and at the end: the dump takes no heap
-// and stops quietly at the first failed write (a closed pipe, a full disk).
+// While a dump writes, SIGPIPE is held back on its thread: a reader that went away (dumpsys
+// closes its end when it times out) must end the dump, not the camera process, whatever the
+// process does with SIGPIPE. A SIGPIPE the dump raised itself is taken back before the mask is
+// restored; one that was already pending is left alone.
+class QuietPipe {
+  public:
+    QuietPipe() {
+        sigemptyset(&mPipe);
+        sigaddset(&mPipe, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &mPipe, &mSaved);
+        sigset_t pending;
+        mWasPending = sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
+    }
+    ~QuietPipe() {
+        if (mRaised && !mWasPending) {
+            const timespec now = {};
+            sigtimedwait(&mPipe, nullptr, &now);
+        }
+        pthread_sigmask(SIG_SETMASK, &mSaved, nullptr);
+    }
+    QuietPipe(const QuietPipe&) = delete;
+    QuietPipe& operator=(const QuietPipe&) = delete;
+
+    void raised() { mRaised = true; }
+
+  private:
+    sigset_t mPipe;
+    sigset_t mSaved;
+    bool mWasPending = false;
+    bool mRaised = false;
+};
+
+// Lines into a fixed buffer that holds the whole dump, written out at the end: the dump takes no
+// heap, and the writing happens after every figure has been read.
 class DumpWriter {
   public:
     explicit DumpWriter(int fd) : mFd(fd) {}
-    ~DumpWriter() { flush(); }
     DumpWriter(const DumpWriter&) = delete;
     DumpWriter& operator=(const DumpWriter&) = delete;
 
@@ -59,47 +104,72 @@ class DumpWriter {
         if (length < 0) return;
         length = std::min(length, static_cast<int>(sizeof(text)) - 2);
         text[length++] = '\n';
-        if (mUsed + length > sizeof(mBuffer)) flush();
-        memcpy(mBuffer + mUsed, text, length);
-        mUsed += length;
+        const size_t kept = std::min(static_cast<size_t>(length), sizeof(mBuffer) - mUsed);
+        memcpy(mBuffer + mUsed, text, kept);
+        mUsed += kept;
+    }
+
+    // Writes what the lines made. A reader that went away ends it quietly; an fd that would
+    // block, or any other failure, leaves the dump cut short, and says so in the log.
+    void writeOut() {
+        QuietPipe quiet;
+        size_t done = 0;
+        while (done < mUsed) {
+            const ssize_t written = write(mFd, mBuffer + done, mUsed - done);
+            if (written > 0) {
+                done += static_cast<size_t>(written);
+                continue;
+            }
+            if (written < 0 && errno == EINTR) continue;
+            const int error = written < 0 ? errno : 0;
+            if (error == EPIPE) {
+                quiet.raised();
+                return;
+            }
+            if (error == ECONNRESET) return;
+            char reason[96] = "nothing written";
+            if (error != 0) strerror_r(error, reason, sizeof(reason));
+            VISTEL_LOG_AT(ANDROID_LOG_ERROR, "dump",
+                          "%s() error: fd %d: %s, dump truncated after %zu of %zu bytes", "dump",
+                          mFd, reason, done, mUsed);
+            return;
+        }
     }
 
   private:
     static constexpr size_t kLineMax = 160;
 
-    void flush() {
-        size_t done = 0;
-        while (!mFailed && done < mUsed) {
-            const ssize_t written = write(mFd, mBuffer + done, mUsed - done);
-            if (written < 0 && errno == EINTR) continue;
-            if (written <= 0) {
-                mFailed = true;
-            } else {
-                done += static_cast<size_t>(written);
-            }
-        }
-        mUsed = 0;
-    }
-
     int mFd;
-    char mBuffer[4096];
+    // The whole dump: 40-odd lines of at most a hundred characters.
+    char mBuffer[8192];
     size_t mUsed = 0;
-    bool mFailed = false;
 };
 
-constexpr const char kRowFormat[] = "%4s %-32s %9llu %9llu %9llu %15llu %9llu";
+constexpr const char kRowFormat[] = "%4s %-32s %9llu %9llu %9llu %9llu %15llu %9llu %9llu %9llu";
 
 void writeRow(DumpWriter& out, const char* kind, const char* name, const Row& row) {
-    out.line(kRowFormat, kind, name, row.records, row.sent, row.limited, row.notInitialised,
-             row.failed);
+    out.line(kRowFormat, kind, name, row.records, row.sent, row.limited, row.noEvent,
+             row.notInitialised, row.failed, row.shed, row.events);
 }
 
-void writeBinding(DumpWriter& out, bool inited) {
+// What the manager itself holds, read inside a pass of its gate: nothing once it is destroyed.
+struct ManagerState {
+    bool alive = false;
+    bool inited = false;
+    std::array<VistelManager::FrequencyLimit::KeyCount, VistelManager::FrequencyLimit::kKeyedPolicies>
+            keyCounts = {};
+};
+
+void writeBinding(DumpWriter& out, const ManagerState& manager) {
+    if (!manager.alive) {
+        out.line("vistel service: destroyed with the manager");
+        return;
+    }
     const counters::BindingState state = counters::bindingState();
     switch (state.binding) {
         case counters::Binding::kBound:
             out.line("vistel service: bound (%s)%s", kServiceLibrary,
-                     inited ? "" : ", but the manager is not initialised");
+                     manager.inited ? "" : ", but the manager is not initialised");
             return;
         case counters::Binding::kLibraryMissing:
             out.line("vistel service: not bound: %s could not be opened", kServiceLibrary);
@@ -118,17 +188,29 @@ void writeBinding(DumpWriter& out, bool inited) {
 
 void VistelManager::dump(int fd) {
     // Every figure is read before anything is written, so a slow reader of `fd` holds up
-    // nobody. The rows are read one counter at a time, without a lock.
+    // nobody. The rows are read one counter at a time, without a lock; the limiter's key counts
+    // only while the manager is known to be alive.
     Row rows[kVistelEventCount + 1];
     for (uint32_t kind = 0; kind <= kVistelEventCount; ++kind) {
         rows[kind] = Row::read(counters::gRows[kind]);
     }
-    const auto keyCounts = mFrequencyLimit.keyCounts();
+    const InFlightBound& inFlight = InFlightBound::instance();
+    const uint32_t inFlightNow = inFlight.inFlight();
+    const uint32_t inFlightPeak = inFlight.peak();
+    ManagerState manager;
+    {
+        ReporterGate::Pass pass(reporterGate(), GateHolder::kCaller);
+        if (pass.entered()) {
+            manager.alive = true;
+            manager.inited = mInited;
+            manager.keyCounts = mFrequencyLimit.keyCounts();
+        }
+    }
 
     DumpWriter out(fd);
     out.line("libc_vistel [%s]: since the process started", kBuildTag);
-    out.line("%4s %-32s %9s %9s %9s %15s %9s", "kind", "name", "records", "sent", "limited",
-             "not-initialised", "failed");
+    out.line("%4s %-32s %9s %9s %9s %9s %15s %9s %9s %9s", "kind", "name", "records", "sent",
+             "limited", "no-event", "not-initialised", "failed", "shed", "events");
     Row total;
     for (uint32_t kind = 0; kind < kVistelEventCount; ++kind) {
         char number[8];
@@ -136,15 +218,19 @@ void VistelManager::dump(int fd) {
         writeRow(out, number, counters::kindName(static_cast<VistelEvent>(kind)), rows[kind]);
         total.add(rows[kind]);
     }
-    // No record behind it: the camera stack's own calls of sendBootMsg.
+    // No record behind it: the camera stack's own calls of sendBootMsg, a call per record.
     writeRow(out, "-", "direct sendBootMsg calls", rows[counters::kOutsideDispatch]);
     total.add(rows[counters::kOutsideDispatch]);
     writeRow(out, "", "total", total);
-    writeBinding(out, mInited);
+    out.line("records in flight: %u now, %u at most, shed beyond %u", inFlightNow, inFlightPeak,
+             InFlightBound::kBound);
+    writeBinding(out, manager);
     out.line("%-40s %9s", "keyed limit policy", "keys");
-    for (const FrequencyLimit::KeyCount& keyCount : keyCounts) {
-        out.line("%-40s %9zu", keyCount.policy, keyCount.keys);
+    if (!manager.alive) out.line("%-40s %9s", "(every policy)", "destroyed");
+    for (size_t i = 0; manager.alive && i < manager.keyCounts.size(); ++i) {
+        out.line("%-40s %9zu", manager.keyCounts[i].policy, manager.keyCounts[i].keys);
     }
+    out.writeOut();
 }
 
 }  // namespace orv

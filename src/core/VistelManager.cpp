@@ -1,16 +1,16 @@
 #define LOG_TAG "VistelManager"
 
-#include <VistelManager.h>
-
 #include <QorThreadManager.h>
+#include <VistelManager.h>
 #include <safeclib/safe_mem_lib.h>
 
 #include <iterator>
 #include <map>
+#include <new>
 #include <type_traits>
 
-#include "RecordModules.h"
-#include "ReporterGate.h"
+#include "InFlightBound.h"
+#include "ReporterScope.h"
 #include "VistelCounters.h"
 #include "VistelLibLoader.h"
 #include "VistelLog.h"
@@ -52,8 +52,7 @@ constexpr Registration kRegistrations[] = {
         VISTEL_REGISTRATION(StatisticData, sendEventStatisticData),
         VISTEL_REGISTRATION(HDRPData, sendEventHDRPData),
         VISTEL_REGISTRATION(SnapshotBigdataV2, SendEventSnapshotBigdataV2),
-        VISTEL_REGISTRATION(AlgoProcessTimeoutDumpSystrace,
-                            SendEventAlgoProcessTimeoutDumpSystrace),
+        VISTEL_REGISTRATION(AlgoProcessTimeoutDumpSystrace, SendEventAlgoProcessTimeoutDumpSystrace),
         VISTEL_REGISTRATION(FlushProcessTimeoutError, sendEventFlushProcessTimeoutError),
         VISTEL_REGISTRATION(StopProcessTimeoutError, sendEventStopProcessTimeoutError),
         VISTEL_REGISTRATION(SessionUninitProcessTimeoutError,
@@ -87,29 +86,45 @@ const char* handlerName(VistelEvent kind) {
 // handler; a handler holding the member-function pointer itself (16 bytes) beside the manager's
 // address would not fit std::function's inline buffer, and each copy would take a heap block of
 // its own. Pointing at the entry here keeps a handler at two plain pointers. Filled while the
-// manager is built; never destroyed, because tasks still queued at exit keep their copies of the
-// handlers. Map nodes never move.
-std::map<VistelEvent, Registration>& handlerEntries() {
-    static auto* const sEntries = new std::map<VistelEvent, Registration>();
-    return *sEntries;
-}
+// manager is built, in static storage and never destroyed: tasks still queued at exit keep their
+// copies of the handlers.
+Registration gEntries[kVistelEventCount] = {};
 
-// Runs one queued record through its reporter while the manager is there to run it. A task that
-// starts once the manager is being destroyed reads nothing of it: not even the handler table.
+// Runs one queued record through its reporter, inside a pass of the gate: a task that starts once
+// the manager is being destroyed reads nothing of it, not even the handler table. The record is
+// counted here, on the worker (the camera thread that queued it pays nothing), and leaves the
+// records in flight once its reporter is done with it.
 int runQueued(VistelManager* manager, const Registration& entry,
               std::shared_ptr<VistelEventBase> record) {
-    ReporterGate::Pass pass(ReporterGate::instance());
-    if (!pass.entered()) {
-        VISTEL_LOG_AT(ANDROID_LOG_ERROR, entry.name,
-                      "%s() error: manager destroyed, record dropped", entry.name);
-        return -1;
+    counters::KindCounters& row = counters::of(entry.kind);
+    row.addRecord();
+    int result = -1;
+    {
+        ReporterGate::Pass pass(reporterGate(), GateHolder::kReporter);
+        if (pass.entered()) {
+            result = (manager->*entry.handler)(std::move(record));
+        } else {
+            logManagerDestroyed(entry.name);
+            row.add(counters::Outcome::kNotInitialised);
+            record.reset();
+        }
     }
-    // Counted here, on the worker: the camera thread that queued the record pays nothing.
-    counters::of(entry.kind).addRecord();
-    return (manager->*entry.handler)(std::move(record));
+    InFlightBound::instance().finished();
+    return result;
 }
 
-RecordModules gRecordModules;
+// The process's worker pool, or null when memory ran out while it was being built: the manager
+// then comes up without one and queues nothing.
+QorThreadManager* workerPool() {
+    try {
+        return QorThreadManager::GetInstance();
+    } catch (const std::exception& e) {
+        VISTEL_LOG_AT(ANDROID_LOG_ERROR, "VistelManager",
+                      "%s() error: %s, no worker pool: nothing will be reported", "VistelManager",
+                      e.what());
+        return nullptr;
+    }
+}
 
 }  // namespace
 
@@ -120,24 +135,37 @@ const char* counters::kindName(VistelEvent kind) {
 }
 
 VistelManager* VistelManager::GetInstance() {
-    // Built once, under the language's thread-safe guard, and destroyed at exit or unload.
-    static VistelManager instance;
-    return &instance;
+    // Built in place on first use, under the language's thread-safe guard, in storage that is
+    // never freed. At exit or unload the manager is torn down only once nobody is inside it any
+    // more: tasks, camera threads in reportMsgImpl or dump(), handlers called directly. When one
+    // is still inside after the gate's bound (a service call that hangs), nothing is destroyed:
+    // what it may still reach (the limiter, the handler table, the service library) stays for the
+    // rest of the process, whose exit reclaims it.
+    struct Instance {
+        alignas(VistelManager) unsigned char storage[sizeof(VistelManager)];
+        VistelManager* const manager = new (storage) VistelManager();
+
+        ~Instance() {
+            if (reporterGate().close(ReporterGate::kDrainBound)) {
+                manager->~VistelManager();
+                return;
+            }
+            constexpr const char* kDestructor = "~VistelManager";
+            VISTEL_LOG_AT(ANDROID_LOG_ERROR, kDestructor,
+                          "%s() error: still in use after %lld ms, manager and service library "
+                          "kept",
+                          kDestructor, static_cast<long long>(ReporterGate::kDrainBound.count()));
+        }
+    };
+    static Instance sInstance;
+    return sInstance.manager;
 }
 
-VistelManager::VistelManager()
-    : mThreadManager(QorThreadManager::GetInstance()), mInited(false), mLibLoader(nullptr) {
+VistelManager::VistelManager() : mThreadManager(workerPool()), mInited(false), mLibLoader(nullptr) {
     Init();
 }
 
 VistelManager::~VistelManager() {
-    if (!ReporterGate::instance().close(ReporterGate::kDrainBound)) {
-        // A reporter is stuck in a service call. Its code and the loader's function table stay:
-        // the service library is left loaded for it to return into.
-        VLOGE("%s() error: reporters still running after %lld ms, service library kept", __func__,
-              static_cast<long long>(ReporterGate::kDrainBound.count()));
-        return;
-    }
     if (mLibLoader != nullptr) {
         VistelLibLoader::destroyInstance();
         mLibLoader = nullptr;
@@ -153,18 +181,31 @@ void VistelManager::Init() {
     VLOGI("enter VistelManager::Init, gitVersion:%s", g_logGitTag);
 
     mInited = false;
-    mLibLoader = VistelLibLoader::getInstance();
-    if (mLibLoader == nullptr) {
-        VLOGE("%s() VistelLibLoader::getInstance failed", __func__);
-    } else {
-        mInited = true;
-    }
+    try {
+        mLibLoader = VistelLibLoader::getInstance();
+        if (mLibLoader == nullptr) {
+            VLOGE("%s() VistelLibLoader::getInstance failed", __func__);
+        } else {
+            mInited = true;
+        }
 
-    // Registered whether or not the service bound, so that every record still reaches its
-    // reporter, which then answers "not initialised".
-    for (const Registration& registration : kRegistrations) {
-        registerFunction(registration.kind, registration.handler);
+        // Registered whether or not the service bound, so that every record still reaches its
+        // reporter, which then answers "not initialised".
+        for (const Registration& registration : kRegistrations) {
+            registerFunction(registration.kind, registration.handler);
+        }
+    } catch (const std::exception& e) {
+        // Memory ran out while binding the service or registering the handlers. The manager
+        // comes up not initialised, holding no reference to the service: the kinds registered
+        // so far answer "not initialised", the others are unknown.
+        VLOGE("%s() error: %s, not initialised", __func__, e.what());
+        mInited = false;
+        if (mLibLoader != nullptr) {
+            VistelLibLoader::destroyInstance();
+            mLibLoader = nullptr;
+        }
     }
+    if (mThreadManager == nullptr) mInited = false;
 }
 
 void VistelManager::registerFunction(VistelEvent event, HandlerMethod func) {
@@ -172,8 +213,8 @@ void VistelManager::registerFunction(VistelEvent event, HandlerMethod func) {
         VLOGE("%s() registered failed with existed key:%d", __func__, event);
         return;
     }
-    const Registration registration{event, func, handlerName(event), counters::kindName(event)};
-    const Registration* entry = &handlerEntries().emplace(event, registration).first->second;
+    Registration* entry = &gEntries[event];
+    *entry = {event, func, handlerName(event), counters::kindName(event)};
     auto handler = [this, entry](std::shared_ptr<VistelEventBase> record) {
         return runQueued(this, *entry, std::move(record));
     };
@@ -189,7 +230,10 @@ std::future<int> VistelManager::reportMsgImpl(std::shared_ptr<VistelEventBase> e
         VLOGE("%s() VistelManager::reportMsgImpl bad arg", __func__);
         return {};
     }
-    if (ReporterGate::instance().closed()) {
+    // Held while this call reads the manager: it is not destroyed under a camera thread that is
+    // still here, and once it is being destroyed nothing of it is read.
+    ReporterGate::Pass pass(reporterGate(), GateHolder::kCaller);
+    if (!pass.entered()) {
         VLOGE("%s() error: manager destroyed, record dropped", __func__);
         return {};
     }
@@ -199,13 +243,19 @@ std::future<int> VistelManager::reportMsgImpl(std::shared_ptr<VistelEventBase> e
         VLOGE("%s() unknown event:%d, skip handling", __func__, kind);
         return {};
     }
-    gRecordModules.keepLoaded(kind, *event);
+    if (mThreadManager == nullptr) {
+        VLOGE("%s() error: no worker pool, event:%d not queued", __func__, kind);
+        return {};
+    }
+    InFlightBound& inFlight = InFlightBound::instance();
+    if (!inFlight.admit(kind)) return {};
     // The task takes over this call's reference: the caller's copy was made for it, and a
     // second copy would cost two more atomic updates shared with the worker that drops it.
     try {
         return mThreadManager->enqueue(handler->second, std::move(event));
     } catch (const std::exception& e) {
         // Memory ran out while the task was built or queued: nothing was queued.
+        inFlight.finished();
         VLOGE("%s() error: %s, event:%d not queued", __func__, e.what(), kind);
         return {};
     }

@@ -15,8 +15,9 @@ constexpr unsigned int kSnapshotAfBigdataEventId = 918009001;
 }  // namespace
 
 int VistelManager::SendEventSnapshotAfBigdata(std::shared_ptr<VistelEventBase> event) try {
-    counters::KindCounters& counted = counters::of(kEventSnapshotAfBigdata);
-    if (refusedNotInitialised(__func__, mInited, event.get(), counted)) return -1;
+    ReporterScope scope(__func__, counters::of(kEventSnapshotAfBigdata));
+    if (!scope.admitted()) return -1;
+    if (refusedNotInitialised(scope, mInited, event.get())) return -1;
     const auto& record = static_cast<const vistelSnapshotAfBigdata&>(*event);
     TerminatedTexts<sizeof(vistelSnapshotAfBigdata)> texts;
     // Record order. The names are the service's keys, "Fous" and mixed casing included.
@@ -53,7 +54,7 @@ int VistelManager::SendEventSnapshotAfBigdata(std::shared_ptr<VistelEventBase> e
             VistelParam::integer("flash_mode", record.flash_mode),
             VistelParam::string("appName", texts.cString(record.appName)),
     };
-    if (countedSend(counted, sendVistelEvent(*this, kSnapshotAfBigdataEventId, params)) != 0) {
+    if (countedSend(scope, sendVistelEvent(*this, kSnapshotAfBigdataEventId, params)) != 0) {
         return -1;
     }
     VLOGI("exit %s()", __func__);

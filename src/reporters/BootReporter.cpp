@@ -30,10 +30,7 @@ constexpr HealthAdmission kBootTimeoutAdmission = {
         kEventBootTimeout,
 };
 constexpr HealthAdmission kScanMsgAdmission = {
-        "sendScanMsgReport",
-        HealthAdmission::NotInitialisedLine::kInitFailed,
-        -2,
-        nullptr,
+        "sendScanMsgReport", HealthAdmission::NotInitialisedLine::kInitFailed, -2, nullptr,
         kEventScanMsg,
 };
 
@@ -59,11 +56,11 @@ std::string formatStepCost(float cost) {
     return text;
 }
 
-// sendBootMsg's work, counted in the row of the record it serves, or in the row of work outside
-// dispatch when the camera stack calls sendBootMsg directly. Logged under sendBootMsg's name.
-// Throws when memory runs out: sendBootMsg answers that with its error line, kinds 25 and 31
-// with their failed result.
-void reportBootNodes(const std::vector<SingleBootNode>& nodes, counters::KindCounters& counted) {
+// sendBootMsg's work, counted in the outcome of the record it serves, or of the direct call when
+// the camera stack calls sendBootMsg itself. Logged under sendBootMsg's name. Throws when memory
+// runs out: sendBootMsg answers that with its error line, kinds 25 and 31 with their failed
+// result.
+void reportBootNodes(const std::vector<SingleBootNode>& nodes, ReporterScope& scope) {
     constexpr const char* kFunction = "sendBootMsg";
     VISTEL_LOG_AT(ANDROID_LOG_INFO, kFunction, "enter %s(), size:%d", kFunction,
                   static_cast<int>(nodes.size()));
@@ -84,18 +81,19 @@ void reportBootNodes(const std::vector<SingleBootNode>& nodes, counters::KindCou
                           static_cast<int>(stepEvents.size()));
             report.PutOvrixEventArray(stage + "COST", stepEvents);
         }
-        reportOvrix(report, counted);
+        reportOvrix(report, scope);
     }
 }
 
 // Kinds 25 and 31 share this flow and differ only in their admission.
-int reportBootRecord(const HealthAdmission& admission, bool inited, VistelEventBase* event,
+int reportBootRecord(const HealthAdmission& admission, const bool& inited, VistelEventBase* event,
                      VistelManager::FrequencyLimit& limit) {
+    ReporterScope scope = healthScope(admission);
     auto* record = static_cast<vistelBootMsg*>(event);
-    if (auto refusal = refuseHealthRecord(admission, inited, record, limit)) {
+    if (auto refusal = refuseHealthRecord(scope, admission, inited, record, limit)) {
         return *refusal;
     }
-    reportBootNodes(record->bootNodes, counters::of(admission.kind));
+    reportBootNodes(record->bootNodes, scope);
     VISTEL_LOG_AT(ANDROID_LOG_INFO, admission.reporter, "exit %s()", admission.reporter);
     return 0;
 }
@@ -103,7 +101,8 @@ int reportBootRecord(const HealthAdmission& admission, bool inited, VistelEventB
 }  // namespace
 
 void VistelManager::sendBootMsg(std::vector<SingleBootNode>& nodes) try {
-    reportBootNodes(nodes, counters::outsideDispatch());
+    ReporterScope scope(__func__, counters::outsideDispatch());
+    if (scope.admitted()) reportBootNodes(nodes, scope);
 } catch (const std::exception& e) {
     reportFailed(__func__, e);
 }

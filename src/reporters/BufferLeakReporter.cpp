@@ -10,13 +10,13 @@ namespace {
 using Limit = VistelManager::FrequencyLimit;
 
 constexpr FieldReporter<vistelPreviewBufferRefLeak> kPreviewBufferRefLeak = {
-        &Limit::limitEventPreviewBufferRefLeak, 918000020,
+        kEventPreviewBufferRefLeak, &Limit::limitEventPreviewBufferRefLeak, 918000020,
         [](const vistelPreviewBufferRefLeak& r) -> IndexedParams {
             return {r.name, r.value1, r.value2, r.value3};
         }};
 
 constexpr FieldReporter<vistelCaptureBufferRefLeak> kCaptureBufferRefLeak = {
-        &Limit::limitEventCaptureBufferRefLeak, 918000021,
+        kEventCaptureBufferRefLeak, &Limit::limitEventCaptureBufferRefLeak, 918000021,
         [](const vistelCaptureBufferRefLeak& r) -> IndexedParams {
             return {r.name, r.value1, r.value2, r.flag, r.value3, r.value4};
         }};

@@ -5,7 +5,7 @@
 // its records, and how its event is built. For instance
 //
 //     constexpr FieldReporter<vistelMemLimit> kMemLimit = {
-//             &Limit::limitEventMemLimit, 918001000,
+//             kEventMemLimit, &Limit::limitEventMemLimit, 918001000,
 //             [](const vistelMemLimit& r) -> IndexedParams {
 //                 return {r.name, r.secondName, r.value1, r.value2};
 //             }};
@@ -27,6 +27,7 @@
 
 #include "FieldText.h"
 #include "ReporterChecks.h"
+#include "ReporterScope.h"
 #include "VistelEventSender.h"
 #include "VistelLog.h"
 
@@ -104,31 +105,35 @@ template <typename Body>
 using LimitPolicy = bool (VistelManager::FrequencyLimit::*)(Body*);
 
 // What the flow needs of the manager. Only the manager's own handlers can see these members, so
-// each handler hands them over.
+// each handler hands them over; they are read only once the reporter is inside its scope, that is
+// while the manager is known to be alive.
 struct ReporterContext {
     const VistelManager& manager;
-    bool inited;
+    const bool& inited;
     VistelManager::FrequencyLimit& limiter;
 };
 
-// Enter line, initialised check, `isLimited(data)`, `send(data)`, exit line, all logged under the
-// reporter's name and counted in `counted`. 0 when sent or dropped by the limiter, -1 otherwise.
-// `send` builds and sends the event and answers 0 on success; the primitive that failed has
-// logged why and destroyed the object, so a failure here needs no message or clean-up of its own.
+// Scope, enter line, initialised check, `isLimited(data)`, `send(data)`, exit line, all logged
+// under the reporter's name and counted in the row of `kind`. 0 when sent or dropped by the
+// limiter, -1 otherwise (the manager already destroyed included). `send` builds and sends the
+// event and answers 0 on success; the primitive that failed has logged why and destroyed the
+// object, so a failure here needs no message or clean-up of its own.
 template <typename Body, typename IsLimited, typename Send>
-int reportFault(const char* reporter, bool inited, const std::shared_ptr<VistelEventBase>& event,
-                counters::KindCounters& counted, IsLimited isLimited, Send send) {
+int reportFault(const char* reporter, VistelEvent kind, const ReporterContext& context,
+                const std::shared_ptr<VistelEventBase>& event, IsLimited isLimited, Send send) {
+    ReporterScope scope(reporter, counters::of(kind));
+    if (!scope.admitted()) return -1;
     VISTEL_LOG_AT(ANDROID_LOG_INFO, reporter, "enter %s()", reporter);
     // The kind chose this handler, so it also fixes the record's type.
     Body* data = static_cast<Body*>(event.get());
     // Checked before the limiter, so a record that cannot be sent never uses up its hour.
-    if (refusedNotInitialised(reporter, inited, data, counted)) return -1;
+    if (refusedNotInitialised(scope, context.inited, data)) return -1;
     if (isLimited(data)) {
         // A drop is a success for the camera stack: there is nothing for it to retry.
-        logLimited(reporter, counted);
+        logLimited(scope);
         return 0;
     }
-    if (countedSend(counted, send(data)) != 0) return -1;
+    if (countedSend(scope, send(data)) != 0) return -1;
     VISTEL_LOG_AT(ANDROID_LOG_INFO, reporter, "exit %s()", reporter);
     return 0;
 }
@@ -142,6 +147,7 @@ auto askLimiter(VistelManager::FrequencyLimit& limiter, LimitPolicy<Body> policy
 // A reporter that sends its record's fields under one event id.
 template <typename Body>
 struct FieldReporter {
+    VistelEvent kind;
     LimitPolicy<Body> limit;
     unsigned int eventId;
     IndexedParams (*params)(const Body&);
@@ -153,7 +159,7 @@ int reportFields(const char* reporter, const FieldReporter<Body>& description,
     auto send = [&](Body* data) {
         return sendIndexedEvent(context.manager, description.eventId, description.params(*data));
     };
-    return reportFault<Body>(reporter, context.inited, event, counters::ofRecord(event.get()),
+    return reportFault<Body>(reporter, description.kind, context, event,
                              askLimiter(context.limiter, description.limit), send);
 }
 

@@ -26,23 +26,21 @@ constexpr OvrixField<vistelProcessMemInfo> kProcessMemFields[] = {
 
 }  // namespace
 
-std::optional<int> refuseHealthRecord(const HealthAdmission& admission, bool inited,
-                                      const VistelEventBase* record,
+std::optional<int> refuseHealthRecord(ReporterScope& scope, const HealthAdmission& admission,
+                                      const bool& inited, const VistelEventBase* record,
                                       VistelManager::FrequencyLimit& limit) {
+    if (!scope.admitted()) return admission.notInitialisedResult;
     const char* name = admission.reporter;
-    counters::KindCounters& counted = counters::of(admission.kind);
     VISTEL_LOG_AT(ANDROID_LOG_INFO, name, "enter %s()", name);
     if (admission.notInitialisedLine == HealthAdmission::NotInitialisedLine::kInitFailed) {
-        if (refusedNotInitialised(name, inited, record, counted)) {
-            return admission.notInitialisedResult;
-        }
+        if (refusedNotInitialised(scope, inited, record)) return admission.notInitialisedResult;
     } else if (!inited || record == nullptr) {
         logRecordNotValid(name, record, inited);
-        counted.addNotInitialised();
+        scope.notInitialised();
         return admission.notInitialisedResult;
     }
     if (admission.policy != nullptr && (limit.*admission.policy)()) {
-        logLimited(name, counted);
+        logLimited(scope);
         return kLimitedResult;
     }
     return std::nullopt;

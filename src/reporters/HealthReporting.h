@@ -8,6 +8,8 @@
 #include <optional>
 #include <vector>
 
+#include "ReporterScope.h"
+
 namespace orv {
 
 // How a health reporter turns a record away before doing any work.
@@ -20,16 +22,22 @@ struct HealthAdmission {
     const char* reporter;  // the handler's name, as logged
     NotInitialisedLine notInitialisedLine;
     int notInitialisedResult;
-    Policy policy;  // null: never rate-limited; a limited record gives -2
+    Policy policy;     // null: never rate-limited; a limited record gives -2
     VistelEvent kind;  // whose row counts the refusals (VistelCounters.h)
 };
 
-// Logs the reporter's entry line, then refuses an uninitialised manager, a null record (treated
-// the same way, so a direct call with nothing to read cannot crash the camera process) and a
-// record the policy limits. Returns the result the reporter must give back, with its reason
-// already logged, or nothing when it is to go on.
-std::optional<int> refuseHealthRecord(const HealthAdmission& admission, bool inited,
-                                      const VistelEventBase* record,
+// The scope a health reporter runs in, under its admission's name and row.
+inline ReporterScope healthScope(const HealthAdmission& admission) {
+    return ReporterScope(admission.reporter, counters::of(admission.kind));
+}
+
+// Refuses a record once the manager is gone; otherwise logs the reporter's entry line, then
+// refuses an uninitialised manager, a null record (treated the same way, so a direct call with
+// nothing to read cannot crash the camera process) and a record the policy limits. Returns the
+// result the reporter must give back, with its reason already logged and counted in `scope`, or
+// nothing when it is to go on. `inited` and `limit` are read only once the scope is admitted.
+std::optional<int> refuseHealthRecord(ReporterScope& scope, const HealthAdmission& admission,
+                                      const bool& inited, const VistelEventBase* record,
                                       VistelManager::FrequencyLimit& limit);
 
 // Puts "ProcessInfo": one 918009010 sub-event per process, in order; an empty array when the

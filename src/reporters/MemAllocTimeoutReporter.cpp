@@ -47,7 +47,8 @@ constexpr OvrixField<vistelBufAllocInfo> kBufAllocFields[] = {
 
 int VistelManager::sendMemoryAllocTimeout(std::shared_ptr<VistelEventBase> event) try {
     const auto* record = static_cast<const vistelMemAllocTimeout*>(event.get());
-    if (auto refusal = refuseHealthRecord(kAdmission, mInited, record, mFrequencyLimit)) {
+    ReporterScope scope = healthScope(kAdmission);
+    if (auto refusal = refuseHealthRecord(scope, kAdmission, mInited, record, mFrequencyLimit)) {
         return *refusal;
     }
     OvrixEvent report = makeOvrixEvent(kMemAllocTimeoutEventId, *record, kAllocTimeoutFields);
@@ -60,7 +61,7 @@ int VistelManager::sendMemoryAllocTimeout(std::shared_ptr<VistelEventBase> event
         putProcessInfo(bufferEvent, buffer.processes);
     }
     report.PutOvrixEventArray("AllocInfo", buffers);
-    reportOvrix(report, counters::of(kAdmission.kind));
+    reportOvrix(report, scope);
     VLOGI("exit %s()", __func__);
     return 0;
 } catch (const std::exception& e) {

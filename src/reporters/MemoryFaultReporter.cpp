@@ -11,30 +11,34 @@ namespace {
 using Limit = VistelManager::FrequencyLimit;
 
 constexpr FieldReporter<vistelMemLeak> kMemLeak = {
-        &Limit::limitEventMemLeak, 918000000, [](const vistelMemLeak& r) -> IndexedParams {
+        kEventMemLeak, &Limit::limitEventMemLeak, 918000000,
+        [](const vistelMemLeak& r) -> IndexedParams {
             return {r.name, r.secondName, r.value1, r.value2, r.value3};
         }};
 
 // Limited per value of its first integer: the policy reads that field's bytes as the key.
 constexpr FieldReporter<vistelMemShortage> kMemShortage = {
-        &Limit::limitEventMemShortage, 918000001, [](const vistelMemShortage& r) -> IndexedParams {
+        kEventMemShortage, &Limit::limitEventMemShortage, 918000001,
+        [](const vistelMemShortage& r) -> IndexedParams {
             return {r.value1, r.value2, r.value3, r.firstName, r.secondName};
         }};
 
 constexpr FieldReporter<vistelMemLimit> kMemLimit = {
-        &Limit::limitEventMemLimit, 918001000, [](const vistelMemLimit& r) -> IndexedParams {
+        kEventMemLimit, &Limit::limitEventMemLimit, 918001000,
+        [](const vistelMemLimit& r) -> IndexedParams {
             return {r.name, r.secondName, r.value1, r.value2};
         }};
 
 // Like the allocation failure, limited without a key: one report an hour for the whole kind.
 constexpr FieldReporter<vistelMemEfficiencyWarning> kMemEfficiencyWarning = {
-        &Limit::limitEventMemEfficiencyWarning, 918001001,
+        kEventMemEfficiencyWarning, &Limit::limitEventMemEfficiencyWarning, 918001001,
         [](const vistelMemEfficiencyWarning& r) -> IndexedParams {
             return {r.value1, r.shortName, r.value2, r.name};
         }};
 
 constexpr FieldReporter<vistelMemAllocFail> kMemAllocFail = {
-        &Limit::limitEventMemAllocFail, 918000002, [](const vistelMemAllocFail& r) -> IndexedParams {
+        kEventMemAllocFail, &Limit::limitEventMemAllocFail, 918000002,
+        [](const vistelMemAllocFail& r) -> IndexedParams {
             const int32_t* v = r.values;
             return {v[0], v[1], v[2], v[3], v[4], v[5], r.flag, r.shortName, r.name, r.secondName};
         }};

@@ -40,12 +40,13 @@ constexpr OvrixField<vistelMemExceedThreshold> kThresholdFields[] = {
 
 int VistelManager::sendMemoryExceedThreshold(std::shared_ptr<VistelEventBase> event) try {
     const auto* record = static_cast<const vistelMemExceedThreshold*>(event.get());
-    if (auto refusal = refuseHealthRecord(kAdmission, mInited, record, mFrequencyLimit)) {
+    ReporterScope scope = healthScope(kAdmission);
+    if (auto refusal = refuseHealthRecord(scope, kAdmission, mInited, record, mFrequencyLimit)) {
         return *refusal;
     }
     OvrixEvent report = makeOvrixEvent(kMemExceedThresholdEventId, *record, kThresholdFields);
     putProcessInfo(report, record->processes);
-    reportOvrix(report, counters::of(kAdmission.kind));
+    reportOvrix(report, scope);
     VLOGI("exit %s()", __func__);
     return 0;
 } catch (const std::exception& e) {

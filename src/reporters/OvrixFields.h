@@ -16,7 +16,7 @@
 #include <cstdint>
 #include <string>
 
-#include "VistelCounters.h"
+#include "ReporterScope.h"
 
 namespace orv {
 
@@ -48,10 +48,10 @@ class OvrixField {
     uint64_t Record::*mUnsigned64 = nullptr;
 };
 
-// Hands `event` to the Ovrix service and counts its answer in the row of the record's kind. The
+// Hands `event` to the Ovrix service and counts its answer in the record's outcome. The
 // reporters go on whatever the answer: a lost report is not retried.
-inline void reportOvrix(OvrixEvent& event, counters::KindCounters& counted) {
-    counted.addServiceAnswer(Ovrix::Report(event) == 0);
+inline void reportOvrix(OvrixEvent& event, ReporterScope& scope) {
+    scope.serviceAnswer(Ovrix::Report(event) == 0);
 }
 
 // A new event `id` holding the record's scalars, put in table order.

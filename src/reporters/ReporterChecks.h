@@ -1,5 +1,5 @@
-// The checks every reporter opens with, logged under the reporter's own name and counted in the
-// row of the record's kind (VistelCounters.h).
+// The checks every reporter opens with, logged under the reporter's own name and counted in its
+// record's outcome (ReporterScope.h).
 #pragma once
 
 #ifndef LOG_TAG
@@ -8,7 +8,7 @@
 
 #include <exception>
 
-#include "VistelCounters.h"
+#include "ReporterScope.h"
 #include "VistelLog.h"
 
 namespace orv {
@@ -24,16 +24,16 @@ inline void logRecordNotValid(const char* reporter, const void* record, bool ini
 // record: every handler is exported, so a caller may call one directly with an empty pointer.
 // True, after the reason's line, when the reporter must refuse the record with its
 // not-initialised result (counted as such); the limiter has not been asked.
-inline bool refusedNotInitialised(const char* reporter, bool inited, const void* record,
-                                  counters::KindCounters& counted) {
+inline bool refusedNotInitialised(ReporterScope& scope, bool inited, const void* record) {
+    const char* reporter = scope.reporter();
     if (record == nullptr) {
         logRecordNotValid(reporter, record, inited);
-        counted.addNotInitialised();
+        scope.notInitialised();
         return true;
     }
     if (inited) return false;
     VISTEL_LOG_AT(ANDROID_LOG_ERROR, reporter, "%s() error: init failed", reporter);
-    counted.addNotInitialised();
+    scope.notInitialised();
     return true;
 }
 
@@ -45,15 +45,16 @@ inline int reportFailed(const char* reporter, const std::exception& error) {
 }
 
 // The line of a record the rate limiter dropped.
-inline void logLimited(const char* reporter, counters::KindCounters& counted) {
-    VISTEL_LOG_AT(ANDROID_LOG_INFO, reporter, "%s() is limited, drop this event", reporter);
-    counted.addLimited();
+inline void logLimited(ReporterScope& scope) {
+    VISTEL_LOG_AT(ANDROID_LOG_INFO, scope.reporter(), "%s() is limited, drop this event",
+                  scope.reporter());
+    scope.limited();
 }
 
 // The result of sending a record's one Vistel event (0 sent, -1 refused on the way), counted
 // and passed on.
-inline int countedSend(counters::KindCounters& counted, int sendResult) {
-    counted.addServiceAnswer(sendResult == 0);
+inline int countedSend(ReporterScope& scope, int sendResult) {
+    scope.serviceAnswer(sendResult == 0);
     return sendResult;
 }
 

@@ -15,9 +15,10 @@ constexpr unsigned int kSnapshotBigdataEventId = 918009000;
 }  // namespace
 
 int VistelManager::sendEventSnapshotBigdata(std::shared_ptr<VistelEventBase> event) try {
+    ReporterScope scope(__func__, counters::of(kEventSnapshotBigdata));
+    if (!scope.admitted()) return -1;
     VLOGI("enter %s()", __func__);
-    counters::KindCounters& counted = counters::of(kEventSnapshotBigdata);
-    if (refusedNotInitialised(__func__, mInited, event.get(), counted)) return -1;
+    if (refusedNotInitialised(scope, mInited, event.get())) return -1;
     const auto& record = static_cast<const vistelSnapshotBigdata&>(*event);
     TerminatedTexts<sizeof(vistelSnapshotBigdata)> texts;
     // The service's schema lists the time first and the scene last, not in record order.
@@ -43,7 +44,7 @@ int VistelManager::sendEventSnapshotBigdata(std::shared_ptr<VistelEventBase> eve
             VistelParam::integer("beautyMode", record.beautyMode),
             VistelParam::integer("scene", record.scene),
     };
-    if (countedSend(counted, sendVistelEvent(*this, kSnapshotBigdataEventId, params)) != 0) {
+    if (countedSend(scope, sendVistelEvent(*this, kSnapshotBigdataEventId, params)) != 0) {
         return -1;
     }
     VLOGI("exit %s()", __func__);

@@ -71,8 +71,9 @@ int sendSnapshotV2(const VistelManager& manager, const vistelSnapshotBigdataV2& 
 }  // namespace
 
 int VistelManager::SendEventSnapshotBigdataV2(std::shared_ptr<VistelEventBase> event) try {
-    counters::KindCounters& counted = counters::of(kEventSnapshotBigdataV2);
-    if (refusedNotInitialised(__func__, mInited, event.get(), counted)) return -1;
+    ReporterScope scope(__func__, counters::of(kEventSnapshotBigdataV2));
+    if (!scope.admitted()) return -1;
+    if (refusedNotInitialised(scope, mInited, event.get())) return -1;
     // Read in place, never copied (it is over a kilobyte). The record is packed, so a reference or
     // pointer to one of its 32-bit lists would be misaligned: their elements are read by value
     // into aligned arrays, which Array2String takes by reference. Text fields are taken by
@@ -86,7 +87,7 @@ int VistelManager::SendEventSnapshotBigdataV2(std::shared_ptr<VistelEventBase> e
     const std::string aeCountText = Array2String(aeCount);
     const int sent = sendSnapshotV2(*this, record, expoListText.c_str(), aeCountText.c_str(),
                                     std::make_index_sequence<kPerfSlots>());
-    if (countedSend(counted, sent) != 0) return -1;
+    if (countedSend(scope, sent) != 0) return -1;
     VLOGI("exit %s()", __func__);
     return 0;
 } catch (const std::exception& e) {

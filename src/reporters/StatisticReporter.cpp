@@ -16,8 +16,9 @@ constexpr unsigned int kHDRPDataEventId = 918009003;
 }  // namespace
 
 int VistelManager::sendEventStatisticData(std::shared_ptr<VistelEventBase> event) try {
-    counters::KindCounters& counted = counters::of(kEventStatisticData);
-    if (refusedNotInitialised(__func__, mInited, event.get(), counted)) return -1;
+    ReporterScope scope(__func__, counters::of(kEventStatisticData));
+    if (!scope.admitted()) return -1;
+    if (refusedNotInitialised(scope, mInited, event.get())) return -1;
     const auto& record = static_cast<const vistelStatisticData&>(*event);
     const VistelParam params[] = {
             VistelParam::indexed(0, record.hdr_3),      VistelParam::indexed(1, record.hdr_5),
@@ -25,7 +26,7 @@ int VistelManager::sendEventStatisticData(std::shared_ptr<VistelEventBase> event
             VistelParam::indexed(4, record.TeleCap),    VistelParam::indexed(5, record.TeleVid),
             VistelParam::indexed(6, record.TeleTofPre), VistelParam::indexed(7, record.TeleTofVid),
     };
-    if (countedSend(counted, sendVistelEvent(*this, kStatisticDataEventId, params)) != 0) return -1;
+    if (countedSend(scope, sendVistelEvent(*this, kStatisticDataEventId, params)) != 0) return -1;
     // The values are logged only once the service has them.
     VLOGI("exit %s(), TeleCap = %d, TeleVid = %d, TeleTofPre = %d, TeleTofVid = %d", __func__,
           record.TeleCap, record.TeleVid, record.TeleTofPre, record.TeleTofVid);
@@ -37,15 +38,16 @@ int VistelManager::sendEventStatisticData(std::shared_ptr<VistelEventBase> event
 }
 
 int VistelManager::sendEventHDRPData(std::shared_ptr<VistelEventBase> event) try {
-    counters::KindCounters& counted = counters::of(kEventHDRPData);
-    if (refusedNotInitialised(__func__, mInited, event.get(), counted)) return -1;
+    ReporterScope scope(__func__, counters::of(kEventHDRPData));
+    if (!scope.admitted()) return -1;
+    if (refusedNotInitialised(scope, mInited, event.get())) return -1;
     const auto& record = static_cast<const vistelHDRPData&>(*event);
     const VistelParam params[] = {
             VistelParam::indexed(0, record.hasface),  VistelParam::indexed(1, record.backlight),
             VistelParam::indexed(2, record.point),    VistelParam::indexed(3, record.night),
             VistelParam::indexed(4, record.lowlight),
     };
-    if (countedSend(counted, sendVistelEvent(*this, kHDRPDataEventId, params)) != 0) return -1;
+    if (countedSend(scope, sendVistelEvent(*this, kHDRPDataEventId, params)) != 0) return -1;
     VLOGI("exit %s()", __func__);
     VLOGI("%s(), hasface = %d, backlight = %d, point = %d, night = %d, lowlight = %d", __func__,
           record.hasface, record.backlight, record.point, record.night, record.lowlight);

@@ -28,13 +28,14 @@ constexpr int kBatchSize = 60;
 }  // namespace
 
 int VistelManager::sendDailyTempRise(std::shared_ptr<VistelEventBase> event) try {
+    ReporterScope scope(__func__, counters::of(kEventDailyTempRise));
+    if (!scope.admitted()) return -1;
     const auto* record = static_cast<const vistelDailyTempRise*>(event.get());
     TEMP_RISE_LOG(ANDROID_LOG_DEBUG, "CameraHeatBigData enter %s()", __func__);
-    counters::KindCounters& counted = counters::of(kEventDailyTempRise);
     if (!mInited || record == nullptr) {
         TEMP_RISE_LOG(ANDROID_LOG_ERROR, "%s() error: event=%p, inited=%d not valid", __func__,
                       static_cast<const void*>(record), mInited);
-        if (!mInited) counted.addNotInitialised();
+        scope.notInitialised();
         return -1;
     }
 
@@ -56,7 +57,7 @@ int VistelManager::sendDailyTempRise(std::shared_ptr<VistelEventBase> event) try
             report.PutString("AppName", record->appName)
                     .PutString("OpenTime", record->openTime)
                     .PutOvrixEventArray("ROOTCOST", batch);
-            reportOvrix(report, counted);
+            reportOvrix(report, scope);
             batch.clear();
             TEMP_RISE_LOG(ANDROID_LOG_DEBUG, "cameraheatbigdata Report90009 %d, index %d",
                           i / kBatchSize, i);

@@ -81,11 +81,11 @@ template <typename Body>
 using TimeoutBuilder = int (VistelManager::*)(Body*, bool) const;
 
 template <typename Body>
-int reportTimeout(const char* reporter, typename NonDeduced<LimitPolicy<Body>>::Type limit,
-                  TimeoutBuilder<Body> builder, bool isError, const ReporterContext& context,
+int reportTimeout(const char* reporter, VistelEvent kind,
+                  typename NonDeduced<LimitPolicy<Body>>::Type limit, TimeoutBuilder<Body> builder,
+                  bool isError, const ReporterContext& context,
                   const std::shared_ptr<VistelEventBase>& event) {
-    return reportFault<Body>(reporter, context.inited, event, counters::ofRecord(event.get()),
-                             askLimiter(context.limiter, limit),
+    return reportFault<Body>(reporter, kind, context, event, askLimiter(context.limiter, limit),
                              [&](Body* data) { return (context.manager.*builder)(data, isError); });
 }
 
@@ -134,7 +134,8 @@ int VistelManager::sendEventPostProcessTimeout(vistelPostProcessTimeOut* data, b
 // ---- Reporters: limiter policy, builder, isError ----
 
 int VistelManager::sendEventAlgoProcessTimeoutWarning(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, &Limit::limitEventAlgoProcessTimeoutWarning,
+    return reportTimeout(__func__, kEventAlgoProcessTimeoutWarning,
+                         &Limit::limitEventAlgoProcessTimeoutWarning,
                          &VistelManager::sendEventAlgoProcessTimeout, kWarning,
                          {*this, mInited, mFrequencyLimit}, event);
 } catch (const std::exception& e) {
@@ -142,7 +143,8 @@ int VistelManager::sendEventAlgoProcessTimeoutWarning(std::shared_ptr<VistelEven
 }
 
 int VistelManager::sendEventAlgoProcessTimeoutError(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, &Limit::limitEventAlgoProcessTimeoutError,
+    return reportTimeout(__func__, kEventAlgoProcessTimeoutError,
+                         &Limit::limitEventAlgoProcessTimeoutError,
                          &VistelManager::sendEventAlgoProcessTimeout, kError,
                          {*this, mInited, mFrequencyLimit}, event);
 } catch (const std::exception& e) {
@@ -150,7 +152,8 @@ int VistelManager::sendEventAlgoProcessTimeoutError(std::shared_ptr<VistelEventB
 }
 
 int VistelManager::sendEventSnapshotTimeoutWarning(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, &Limit::limitEventSnapshotTimeoutWarning,
+    return reportTimeout(__func__, kEventSnapshotTimeoutWarning,
+                         &Limit::limitEventSnapshotTimeoutWarning,
                          &VistelManager::sendEventSnapshotTimeout, kWarning,
                          {*this, mInited, mFrequencyLimit}, event);
 } catch (const std::exception& e) {
@@ -158,7 +161,8 @@ int VistelManager::sendEventSnapshotTimeoutWarning(std::shared_ptr<VistelEventBa
 }
 
 int VistelManager::sendEventSnapshotTimeoutError(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, &Limit::limitEventSnapshotTimeoutError,
+    return reportTimeout(__func__, kEventSnapshotTimeoutError,
+                         &Limit::limitEventSnapshotTimeoutError,
                          &VistelManager::sendEventSnapshotTimeout, kError,
                          {*this, mInited, mFrequencyLimit}, event);
 } catch (const std::exception& e) {
@@ -166,7 +170,7 @@ int VistelManager::sendEventSnapshotTimeoutError(std::shared_ptr<VistelEventBase
 }
 
 int VistelManager::sendEventOtherTimeoutWarning(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, &Limit::limitEventOtherTimeoutWarning,
+    return reportTimeout(__func__, kEventOtherTimeoutWarning, &Limit::limitEventOtherTimeoutWarning,
                          &VistelManager::sendEventOtherTimeout, kWarning,
                          {*this, mInited, mFrequencyLimit}, event);
 } catch (const std::exception& e) {
@@ -174,7 +178,7 @@ int VistelManager::sendEventOtherTimeoutWarning(std::shared_ptr<VistelEventBase>
 }
 
 int VistelManager::sendEventOtherTimeoutError(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, &Limit::limitEventOtherTimeoutError,
+    return reportTimeout(__func__, kEventOtherTimeoutError, &Limit::limitEventOtherTimeoutError,
                          &VistelManager::sendEventOtherTimeout, kError,
                          {*this, mInited, mFrequencyLimit}, event);
 } catch (const std::exception& e) {
@@ -182,29 +186,33 @@ int VistelManager::sendEventOtherTimeoutError(std::shared_ptr<VistelEventBase> e
 }
 
 int VistelManager::sendEventFlushProcessTimeoutError(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, kNeverLimited, &VistelManager::sendEventFlushProcessTimeout,
-                         kError, {*this, mInited, mFrequencyLimit}, event);
+    return reportTimeout(__func__, kEventFlushProcessTimeoutError, kNeverLimited,
+                         &VistelManager::sendEventFlushProcessTimeout, kError,
+                         {*this, mInited, mFrequencyLimit}, event);
 } catch (const std::exception& e) {
     return reportFailed(__func__, e);
 }
 
 int VistelManager::sendEventStopProcessTimeoutError(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, kNeverLimited, &VistelManager::sendEventStopProcessTimeout,
-                         kError, {*this, mInited, mFrequencyLimit}, event);
+    return reportTimeout(__func__, kEventStopProcessTimeoutError, kNeverLimited,
+                         &VistelManager::sendEventStopProcessTimeout, kError,
+                         {*this, mInited, mFrequencyLimit}, event);
 } catch (const std::exception& e) {
     return reportFailed(__func__, e);
 }
 
-int VistelManager::sendEventSessionUninitProcessTimeoutError(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, kNeverLimited,
+int VistelManager::sendEventSessionUninitProcessTimeoutError(
+        std::shared_ptr<VistelEventBase> event) try {
+    return reportTimeout(__func__, kEventSessionUninitProcessTimeoutError, kNeverLimited,
                          &VistelManager::sendEventSessionUninitProcessTimeout, kError,
                          {*this, mInited, mFrequencyLimit}, event);
 } catch (const std::exception& e) {
     return reportFailed(__func__, e);
 }
 
-int VistelManager::sendEventConfigStreamProcessTimeoutError(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, kNeverLimited,
+int VistelManager::sendEventConfigStreamProcessTimeoutError(
+        std::shared_ptr<VistelEventBase> event) try {
+    return reportTimeout(__func__, kEventConfigStreamProcessTimeoutError, kNeverLimited,
                          &VistelManager::sendEventConfigStreamProcessTimeout, kError,
                          {*this, mInited, mFrequencyLimit}, event);
 } catch (const std::exception& e) {
@@ -212,8 +220,9 @@ int VistelManager::sendEventConfigStreamProcessTimeoutError(std::shared_ptr<Vist
 }
 
 int VistelManager::sendEventPostProcessTimeoutError(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, kNeverLimited, &VistelManager::sendEventPostProcessTimeout,
-                         kError, {*this, mInited, mFrequencyLimit}, event);
+    return reportTimeout(__func__, kEventPostProcessTimeoutError, kNeverLimited,
+                         &VistelManager::sendEventPostProcessTimeout, kError,
+                         {*this, mInited, mFrequencyLimit}, event);
 } catch (const std::exception& e) {
     return reportFailed(__func__, e);
 }

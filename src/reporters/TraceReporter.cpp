@@ -31,7 +31,9 @@ constexpr HealthAdmission kDumpTraceAdmission = {
 
 int VistelManager::dumpTrace(std::shared_ptr<VistelEventBase> event) try {
     const auto* record = static_cast<const vistelDumpTrace*>(event.get());
-    if (auto refusal = refuseHealthRecord(kDumpTraceAdmission, mInited, record, mFrequencyLimit)) {
+    ReporterScope scope = healthScope(kDumpTraceAdmission);
+    if (auto refusal =
+                refuseHealthRecord(scope, kDumpTraceAdmission, mInited, record, mFrequencyLimit)) {
         return *refusal;
     }
     const char* traceName = record->traceName.c_str();
@@ -39,7 +41,7 @@ int VistelManager::dumpTrace(std::shared_ptr<VistelEventBase> event) try {
     const std::string message =
             "#ARG1:<" + record->traceName + ">#ARG2:<" + std::to_string(kTraceArgument) + ">";
     const int printed = __orvlog_jank_print(kJankTypeSystrace, kJankIdSystrace, message.c_str());
-    counters::of(kDumpTraceAdmission.kind).addServiceAnswer(printed == 0);
+    scope.serviceAnswer(printed == 0);
     VLOGI("%s() calling systrace for %s end", __func__, traceName);
     return 0;
 } catch (const std::exception& e) {
@@ -49,9 +51,12 @@ int VistelManager::dumpTrace(std::shared_ptr<VistelEventBase> event) try {
 int VistelManager::SendEventAlgoProcessTimeoutDumpSystrace(
         std::shared_ptr<VistelEventBase> event) try {
     // The system watchdog takes these traces itself; answering 0 keeps the caller content even
-    // before the service is bound. The record is never read, but a null one is refused like
-    // everywhere else.
+    // before the service is bound, and once the manager is gone. The record is never read, but a
+    // null one is refused like everywhere else.
+    ReporterScope scope(__func__, counters::of(kEventAlgoProcessTimeoutDumpSystrace));
+    if (!scope.admitted()) return 0;
     if (event == nullptr) {
+        scope.notInitialised();
         logRecordNotValid(__func__, nullptr, mInited);
         return 0;
     }

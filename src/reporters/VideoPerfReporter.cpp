@@ -45,8 +45,7 @@ std::vector<OvrixEvent> buildPerfDetails(const std::vector<vistelVideoPerfSubDat
 // Reports one video performance body as one event. The count line is logged under `caller`:
 // the handler itself for a video performance record, the per-group function object for a
 // frame drop record. The service's answer is only counted: reporting is fire-and-forget.
-void reportVideoPerf(const char* caller, const vistelVideoPerfInfo& info,
-                     counters::KindCounters& counted) {
+void reportVideoPerf(const char* caller, const vistelVideoPerfInfo& info, ReporterScope& scope) {
     const std::vector<OvrixEvent> details = buildPerfDetails(info.perfDetail);
     VISTEL_LOG_AT(ANDROID_LOG_INFO, caller, "%s() %d subEvent is contained", caller,
                   static_cast<int>(details.size()));
@@ -56,43 +55,45 @@ void reportVideoPerf(const char* caller, const vistelVideoPerfInfo& info,
             .PutInt("SensorModIdx", info.SensorModIdx)
             .PutInt("SensorModCap", info.SensorModCap)
             .PutOvrixEventArray("PerfDetail", details);
-    reportOvrix(event, counted);
+    reportOvrix(event, scope);
 }
 
 }  // namespace
 
 int VistelManager::sendEventVideoPerfData(std::shared_ptr<VistelEventBase> event) try {
+    ReporterScope scope(__func__, counters::of(kEventVideoPerfData));
+    if (!scope.admitted()) return -1;
     VLOGI("enter %s()", __func__);
-    counters::KindCounters& counted = counters::of(kEventVideoPerfData);
-    if (refusedNotInitialised(__func__, mInited, event.get(), counted)) return -1;
+    if (refusedNotInitialised(scope, mInited, event.get())) return -1;
     // One report a minute, under the snapshot return-frame policy: that policy's period is the
     // one this report was given, and it has no other user.
     if (mFrequencyLimit.limitEventSnapshotRetFrmIntervalError()) {
         VLOGI("snapshot return frame interval error report is limited, drop this event");
-        counted.addLimited();
+        scope.limited();
         return -2;
     }
-    reportVideoPerf(__func__, static_cast<const vistelVideoPerfData&>(*event), counted);
+    reportVideoPerf(__func__, static_cast<const vistelVideoPerfData&>(*event), scope);
     return 0;
 } catch (const std::exception& e) {
     return reportFailed(__func__, e);
 }
 
 int VistelManager::FrameDropError(std::shared_ptr<VistelEventBase> event) try {
+    ReporterScope scope(__func__, counters::of(kEventFrameDrop));
+    if (!scope.admitted()) return -1;
     VLOGI("enter %s()", __func__);
-    counters::KindCounters& counted = counters::of(kEventFrameDrop);
-    if (refusedNotInitialised(__func__, mInited, event.get(), counted)) return -1;
+    if (refusedNotInitialised(scope, mInited, event.get())) return -1;
     // Decided before the groups are looked at: a record without groups still takes the ten
     // minutes.
     if (mFrequencyLimit.limitEventVideoPerf()) {
-        logLimited(__func__, counted);
+        logLimited(scope);
         return -2;
     }
     const auto& record = static_cast<const vistelFrameDrop&>(*event);
     // One event per group; the count line carries this function object's name.
-    auto reportGroup = [&counted](const vistelVideoPerfInfo& group) {
+    auto reportGroup = [&scope](const vistelVideoPerfInfo& group) {
         // NOLINTNEXTLINE(bugprone-lambda-function-name): "operator()" is the name the line shows
-        reportVideoPerf(__func__, group, counted);
+        reportVideoPerf(__func__, group, scope);
     };
     std::for_each(record.groups.begin(), record.groups.end(), reportGroup);
     return 0;

@@ -16,7 +16,6 @@
 #include <sstream>
 #include <thread>
 
-#include "../../src/reporters/FaultReporter.h"
 #include "ReporterText.h"
 
 namespace vistel_test {
@@ -447,36 +446,6 @@ TEST_F(VistelReportersTest, ConcurrentReportsNeitherDropNorDouble) {
     EXPECT_EQ(sent, (std::map<unsigned, int>{{918000000, 1}, {918001041, kThreads * kPerThread}}));
     EXPECT_EQ(mLog.withBody("sendEventMemLeak() is limited, drop this event").size(),
               static_cast<size_t>(kThreads * kPerThread - 1));
-}
-
-}  // namespace
-}  // namespace vistel_test
-
-// The shared flow below is compiled into this test, and its lines print the manager's tag buffer,
-// which the library keeps to itself.
-char orv::g_logGitTag[64] = "185dd222";
-
-namespace vistel_test {
-namespace {
-
-// A manager without its service refuses before asking the limiter, so the record does not use
-// up its hour, and counts the record as not initialised only. White-box: this process has the
-// service, so the shared flow is driven directly.
-TEST_F(VistelReportersTest, NotInitialisedRefusesBeforeTheLimiter) {
-    bool called = false;
-    auto limit = [&](vistelMemLeak*) { return called = true; };
-    auto send = [&](vistelMemLeak*) { return called = true, 0; };
-    orv::counters::KindCounters counted;
-    EXPECT_EQ(reportFault<vistelMemLeak>("sendEventMemLeak", false,
-                                         sampleOf(kEventMemLeak, "").record, counted, limit, send),
-              -1);
-    EXPECT_FALSE(called);
-    EXPECT_EQ(counted.notInitialised, 1u);
-    EXPECT_EQ(counted.limited + counted.sent + counted.failed + counted.records, 0u);
-    EXPECT_TRUE(vistelhost::calls().empty());
-    EXPECT_EQ(managerLines(mLog),
-              (Strings{"I sendEventMemLeak: enter sendEventMemLeak()",
-                       "E sendEventMemLeak: sendEventMemLeak() error: init failed"}));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <iterator>
 #include <sstream>
 
 namespace vistel_tools {
@@ -24,25 +25,50 @@ std::vector<std::string> libraryDumpLines() {
     return lines;
 }
 
+namespace {
+
+// The counted columns of a row, in the dump's order, with their names.
+struct Column {
+    const char* name;
+    uint64_t DumpRow::*count;
+};
+constexpr Column kColumns[] = {
+        {"records", &DumpRow::records},
+        {"sent", &DumpRow::sent},
+        {"limited", &DumpRow::limited},
+        {"no-event", &DumpRow::noEvent},
+        {"not-initialised", &DumpRow::notInitialised},
+        {"failed", &DumpRow::failed},
+        {"shed", &DumpRow::shed},
+        {"events", &DumpRow::events},
+};
+constexpr size_t kCounts = std::size(kColumns);
+
+}  // namespace
+
 DumpRow DumpRow::operator-(const DumpRow& earlier) const {
-    return {name,
-            records - earlier.records,
-            sent - earlier.sent,
-            limited - earlier.limited,
-            notInitialised - earlier.notInitialised,
-            failed - earlier.failed};
+    DumpRow since = *this;
+    for (const Column& column : kColumns) since.*column.count -= earlier.*column.count;
+    return since;
 }
 
 bool DumpRow::operator==(const DumpRow& other) const {
-    return name == other.name && records == other.records && sent == other.sent &&
-           limited == other.limited && notInitialised == other.notInitialised &&
-           failed == other.failed;
+    bool same = name == other.name;
+    for (const Column& column : kColumns) same = same && this->*column.count == other.*column.count;
+    return same;
+}
+
+uint64_t DumpRow::outcomes() const {
+    return sent + limited + noEvent + notInitialised + failed + shed;
 }
 
 std::ostream& operator<<(std::ostream& out, const DumpRow& row) {
-    return out << row.name << ": records " << row.records << ", sent " << row.sent << ", limited "
-               << row.limited << ", not-initialised " << row.notInitialised << ", failed "
-               << row.failed;
+    out << row.name << ":";
+    for (const Column& column : kColumns) {
+        out << (column.count == kColumns[0].count ? " " : ", ") << column.name << " "
+            << row.*column.count;
+    }
+    return out;
 }
 
 namespace {
@@ -58,10 +84,8 @@ bool isCount(const std::string& word) {
     return !word.empty() && word.find_first_not_of("0123456789") == std::string::npos;
 }
 
-// "<kind> <name...> <records> <sent> <limited> <not-initialised> <failed>"; the kind column is
-// empty on the total's line.
+// "<kind> <name...> <records> <sent> ... <events>"; the kind column is empty on the total's line.
 bool parseRow(const std::vector<std::string>& words, std::string& kind, DumpRow& row) {
-    constexpr size_t kCounts = 5;
     if (words.size() < kCounts + 1) return false;
     const size_t nameEnd = words.size() - kCounts;
     for (size_t i = nameEnd; i < words.size(); ++i) {
@@ -71,13 +95,24 @@ bool parseRow(const std::vector<std::string>& words, std::string& kind, DumpRow&
     kind = nameStart == 0 ? "" : words[0];
     row.name.clear();
     for (size_t i = nameStart; i < nameEnd; ++i) row.name += (i > nameStart ? " " : "") + words[i];
-    uint64_t* counts[kCounts] = {&row.records, &row.sent, &row.limited, &row.notInitialised,
-                                 &row.failed};
-    for (size_t i = 0; i < kCounts; ++i) *counts[i] = std::stoull(words[nameEnd + i]);
+    for (size_t i = 0; i < kCounts; ++i) row.*kColumns[i].count = std::stoull(words[nameEnd + i]);
     return true;
 }
 
 }  // namespace
+
+std::vector<std::string> LibraryDump::rowsNotAddingUp() const {
+    std::vector<std::string> wrong;
+    DumpRow sum = direct;
+    for (const auto& [kind, row] : kinds) {
+        if (row.records != row.outcomes()) wrong.push_back(row.name);
+        for (const Column& column : kColumns) sum.*column.count += row.*column.count;
+    }
+    if (direct.records != direct.outcomes()) wrong.push_back(direct.name);
+    sum.name = total.name;
+    if (total.records != total.outcomes() || !(sum == total)) wrong.push_back("total");
+    return wrong;
+}
 
 LibraryDump parseLibraryDump(const std::vector<std::string>& lines) {
     LibraryDump dump;
@@ -87,6 +122,8 @@ LibraryDump parseLibraryDump(const std::vector<std::string>& lines) {
         DumpRow row;
         if (line.rfind("vistel service: ", 0) == 0) {
             dump.service = line;
+        } else if (line.rfind("records in flight: ", 0) == 0) {
+            dump.inFlight = line;
         } else if (parseRow(words, kind, row)) {
             if (isCount(kind)) {
                 dump.kinds[static_cast<uint32_t>(std::stoul(kind))] = row;

@@ -1,0 +1,89 @@
+#define LOG_TAG "VistelManager"
+
+#include "InFlightBound.h"
+
+#include <utils/Timers.h>
+
+#include "VistelCounters.h"
+#include "VistelLog.h"
+
+namespace orv {
+
+namespace {
+
+constexpr int64_t kNanosPerMilli = 1000000;
+constexpr int64_t kLineIntervalNs = 1000 * kNanosPerMilli;
+// The lines are about reportMsgImpl's refusals, whichever thread logs them.
+constexpr const char kDoor[] = "reportMsgImpl";
+
+}  // namespace
+
+InFlightBound& InFlightBound::instance() {
+    // Constant-initialised, with nothing to destroy: reports may still come and go at exit.
+    static InFlightBound sBound;
+    return sBound;
+}
+
+void InFlightBound::raisePeak(uint32_t count) {
+    uint32_t peak = mPeak.load(std::memory_order_relaxed);
+    while (count > peak && !mPeak.compare_exchange_weak(peak, count, std::memory_order_relaxed)) {
+    }
+}
+
+InFlightBound::SinceLastLine InFlightBound::takeSinceLastLine() {
+    SinceLastLine since;
+    for (uint32_t kind = 0; kind < kVistelEventCount; ++kind) {
+        const uint64_t count = mShedSinceLine[kind].exchange(0, std::memory_order_relaxed);
+        since.refused += count;
+        if (count > since.mostCount) {
+            since.mostCount = count;
+            since.mostKind = kind;
+        }
+    }
+    return since;
+}
+
+void InFlightBound::shed(VistelEvent kind) {
+    counters::KindCounters& row = counters::of(kind);
+    row.addRecord();
+    row.add(counters::Outcome::kShed);
+    mShedSinceLine[kind].fetch_add(1, std::memory_order_relaxed);
+
+    const int64_t now = systemTime(SYSTEM_TIME_MONOTONIC);
+    if (!mShedding.load(std::memory_order_relaxed) && !mShedding.exchange(true)) {
+        mLastLineNs.store(now, std::memory_order_relaxed);
+        const SinceLastLine since = takeSinceLastLine();
+        VISTEL_LOG_AT(ANDROID_LOG_ERROR, kDoor,
+                      "%s() error: %u records in flight, shedding from now on: %llu refused, "
+                      "most of kind %u (%s)",
+                      kDoor, kBound, static_cast<unsigned long long>(since.refused), since.mostKind,
+                      counters::kindName(static_cast<VistelEvent>(since.mostKind)));
+        return;
+    }
+    // At most one line a second while it goes on: whoever moves the time of the last line on
+    // logs it.
+    int64_t last = mLastLineNs.load(std::memory_order_relaxed);
+    if (now - last < kLineIntervalNs ||
+        !mLastLineNs.compare_exchange_strong(last, now, std::memory_order_relaxed)) {
+        return;
+    }
+    const SinceLastLine since = takeSinceLastLine();
+    if (since.refused == 0) return;
+    VISTEL_LOG_AT(ANDROID_LOG_ERROR, kDoor,
+                  "%s() error: still shedding: %llu refused in the last %lld ms, most of kind %u "
+                  "(%s)",
+                  kDoor, static_cast<unsigned long long>(since.refused),
+                  static_cast<long long>((now - last) / kNanosPerMilli), since.mostKind,
+                  counters::kindName(static_cast<VistelEvent>(since.mostKind)));
+}
+
+void InFlightBound::caughtUp() {
+    if (!mShedding.exchange(false)) return;
+    const SinceLastLine since = takeSinceLastLine();
+    VISTEL_LOG_AT(ANDROID_LOG_INFO, kDoor,
+                  "%s() shedding stopped: %llu more refused since the last line, %u records in "
+                  "flight",
+                  kDoor, static_cast<unsigned long long>(since.refused), inFlight());
+}
+
+}  // namespace orv
