@@ -1,22 +1,40 @@
-// A camera process that returns from main while its reports are still in flight, for ExitTest.
+// A camera process that ends while the library is busy, for ExitTest. One mode per moment:
 //
-//     robustness_exit_helper queued    queues many reports of every kind and returns at once
-//     robustness_exit_helper running   the same, but returns while the first report is inside
-//                                      its reporter: its clock read waits until main has returned
-//     robustness_exit_helper waiting   the same as queued, while a camera thread waits on the
-//                                      last report's future; the process's last exit handler
-//                                      joins it and prints how the future ended
-//     robustness_exit_helper unload    loads the camera module named by VISTEL_EXIT_MODULE, has it
-//                                      queue thousands of reports, unloads it and returns
+//     queued          queues many reports of every kind and returns at once
+//     running         the same, but returns while the first report is inside its reporter: its
+//                     clock read waits until main has returned
+//     waiting         the same as queued, while a camera thread waits on the last report's future
+//     held            returns while a memory leak report is held inside the limiter, and lets it
+//                     go only once the manager's destructor has given up waiting for it
+//     service-held    the same, with the report held inside the service's send call
+//     camera-held     returns while a camera thread is inside reportMsgImpl (its record's
+//                     GetEventType() waits), let go once the destructor has given up
+//     after           calls every entry point once the manager is destroyed: reportMsgImpl,
+//                     handlers, sendBootMsg, dump()
+//     late            holds every worker of the pool, queues a report behind them, and lets them
+//                     go once the manager is destroyed: the report starts after it
+//     exit-report     reports from an exit handler that runs after the pool's own exit hook
+//     exit-in-service the service calls exit() from inside a reporter
+//     unload          loads the camera module VISTEL_EXIT_MODULE, has it queue thousands of
+//                     reports, unloads it and returns
+//     unload-foreign  the same with VISTEL_EXIT_FOREIGN_MODULE, whose record type's vtable is
+//                     another library's, VISTEL_EXIT_RECORD_OWNER, loaded first
+//     unload-static   loads VISTEL_EXIT_STATIC_MODULE, which reports from its static destructor,
+//                     and unloads it
+//     unload-waited   loads VISTEL_EXIT_WAITING_MODULE, which waits for its reports, unloads it
 //
-// The host service appends every event it receives to the file VISTEL_EVENT_LOG names, which is
-// how the test sees what went out before the process ended.
+// Exit handlers run in the reverse order of their registration, and the manager's destructor is
+// registered when GetInstance() first builds it: a handler registered before that runs after the
+// destructor. The host service appends every event it receives to the file VISTEL_EVENT_LOG
+// names, which is how the test sees what went out before the process ended; the lines of the
+// library that matter to a mode go to stderr.
 #include <KindRegistry.h>
+#include <QorThreadManager.h>
 #include <VistelManager.h>
 #include <android/log.h>
-#include <utils/Timers.h>
-
 #include <dlfcn.h>
+#include <unistd.h>
+#include <utils/Timers.h>
 
 #include <condition_variable>
 #include <cstdio>
@@ -26,44 +44,200 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace {
 
 constexpr int kRecords = 2000;
 constexpr nsecs_t kNowNs = 5000 * 1000000000LL;
 
-// Holds the first clock read of the "running" mode until exit has begun.
-struct Gate {
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool armed = false;    // guarded by mutex
-    bool entered = false;  // guarded by mutex
-    bool open = false;     // guarded by mutex
+// Where a mode holds the first thread that gets there.
+enum class HoldPoint { kNone, kClock, kServiceSend, kRecordKind };
+
+// Holds one thread at the armed point until told to go on.
+class Hold {
+  public:
+    void arm(HoldPoint point) {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mArmed = point;
+    }
+    // Called at `point`: the first thread to get there while it is armed waits there.
+    void holdHere(HoldPoint point) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        if (point != mArmed || mEntered) return;
+        mEntered = true;
+        mChanged.notify_all();
+        mChanged.wait(lock, [this] { return mOpen; });
+    }
+    void waitUntilHeld() {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mChanged.wait(lock, [this] { return mEntered; });
+    }
+    void release() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mOpen = true;
+        mChanged.notify_all();
+    }
+
+  private:
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    HoldPoint mArmed = HoldPoint::kNone;  // guarded by mMutex
+    bool mEntered = false;                // guarded by mMutex
+    bool mOpen = false;                   // guarded by mMutex
 };
 
-// Never destroyed: workers may read the clock while static destructors run.
-Gate& gate() {
-    static Gate* const sGate = new Gate;
-    return *sGate;
+// Never destroyed: workers may still reach them while static destructors run.
+Hold& gHold = *new Hold;
+std::future<int>& gHeldReport = *new std::future<int>;
+std::thread* gCameraThread = nullptr;
+std::thread* gWaiter = nullptr;
+
+orv::VistelManager* manager() {
+    return orv::VistelManager::GetInstance();
 }
 
-void armGate() {
-    Gate& g = gate();
-    std::lock_guard<std::mutex> lock(g.mutex);
-    g.armed = true;
+std::shared_ptr<orv::VistelEventBase> recordOf(uint32_t kind) {
+    return vistel_tools::kinds()[kind % orv::kVistelEventCount].make().record;
 }
 
-void waitUntilEntered() {
-    Gate& g = gate();
-    std::unique_lock<std::mutex> lock(g.mutex);
-    g.changed.wait(lock, [&g] { return g.entered; });
+void printFuture(const char* what, std::future<int> result) {
+    if (!result.valid()) {
+        fprintf(stderr, "%s: no future\n", what);
+        return;
+    }
+    try {
+        fprintf(stderr, "%s: %d\n", what, result.get());
+    } catch (const std::future_error& error) {
+        fprintf(stderr, "%s: %s\n", what,
+                error.code() == std::future_errc::broken_promise ? "broken promise" : error.what());
+    }
 }
 
-void openGate() {
-    Gate& g = gate();
-    std::lock_guard<std::mutex> lock(g.mutex);
-    g.open = true;
-    g.changed.notify_all();
+// ---- The library's log: thousands of late-task lines would drown a sanitizer's report, so only
+// the destructor's lines go to stderr, and every line once gForwardAll is set.
+
+bool gForwardAll = false;
+
+void forwardSomeLines(const struct __android_logger_data* /*data*/, const char* message) {
+    if (gForwardAll || strncmp(message, "~VistelManager<", strlen("~VistelManager<")) == 0) {
+        fprintf(stderr, "%s\n", message);
+    }
+}
+
+// ---- The host service's send hook, reached through the library's dlopen() of it --------------
+
+void setSendHook(void (*hook)()) {
+    void* service = dlopen("libvistel.so", RTLD_NOW | RTLD_NOLOAD);
+    auto* set = service != nullptr ? reinterpret_cast<void (*)(void (*)())>(
+                                             dlsym(service, "vistelhost_set_send_hook"))
+                                   : nullptr;
+    if (set == nullptr) {
+        fprintf(stderr, "no send hook in the service: %s\n", dlerror());
+        exit(4);
+    }
+    set(hook);
+    // The lookup took a reference of its own; the library's must stay the only one.
+    dlclose(service);
+}
+
+// ---- Records that hold their thread ----------------------------------------------------------
+
+// A memory leak record whose kind is asked while the camera thread is inside reportMsgImpl.
+struct HeldLeak : orv::vistelMemLeak {
+    orv::VistelEvent GetEventType() override {
+        gHold.holdHere(HoldPoint::kRecordKind);
+        return orv::kEventMemLeak;
+    }
+};
+
+// ---- Modes -------------------------------------------------------------------------------------
+
+// Lets the held thread go and waits for what it was doing; registered before the manager is
+// built, so it runs once the destructor has returned.
+void releaseHeldReport() {
+    gHold.release();
+    printFuture("held report", std::move(gHeldReport));
+}
+
+void releaseCameraThread() {
+    gHold.release();
+    gCameraThread->join();
+}
+
+// Every entry point once the manager is destroyed: each refuses, logging why.
+void callAfterDestruction() {
+    gForwardAll = true;
+    orv::VistelManager* destroyed = manager();
+    printFuture("reportMsgImpl", destroyed->reportMsgImpl(recordOf(orv::kEventMemLeak)));
+    fprintf(stderr, "sendEventMemLeak: %d\n",
+            destroyed->sendEventMemLeak(recordOf(orv::kEventMemLeak)));
+    fprintf(stderr, "sendScanMsgReport: %d\n",
+            destroyed->sendScanMsgReport(recordOf(orv::kEventScanMsg)));
+    fprintf(stderr, "SendEventAlgoProcessTimeoutDumpSystrace: %d\n",
+            destroyed->SendEventAlgoProcessTimeoutDumpSystrace(
+                    recordOf(orv::kEventAlgoProcessTimeoutDumpSystrace)));
+    std::vector<orv::SingleBootNode> nodes(1);
+    destroyed->sendBootMsg(nodes);
+    destroyed->dump(STDERR_FILENO);
+}
+
+std::promise<void>& gWorkersReleased = *new std::promise<void>;
+
+void releaseWorkers() {
+    gWorkersReleased.set_value();
+}
+
+void joinWaiter() {
+    if (gWaiter != nullptr) gWaiter->join();
+}
+
+// Holds every worker of the pool with a task of its own, then queues a report behind them.
+std::future<int> reportBehindHeldWorkers() {
+    manager();
+    QorThreadManager* pool = QorThreadManager::GetInstance();
+    std::shared_future<void> released = gWorkersReleased.get_future().share();
+    auto* started = new std::atomic<size_t>{0};
+    for (size_t i = 0; i < pool->workerCount(); ++i) {
+        pool->enqueue([released, started] {
+            ++*started;
+            released.wait();
+        });
+    }
+    while (started->load() < pool->workerCount()) std::this_thread::yield();
+    return manager()->reportMsgImpl(recordOf(orv::kEventMemLeak));
+}
+
+void reportAfterThePoolsExitHook() {
+    std::future<int> result = manager()->reportMsgImpl(recordOf(orv::kEventMemLeak));
+    // A pool that stopped at its exit hook runs no more tasks: it must let this one go at once,
+    // or whoever waits on the future waits forever.
+    const char* hook = getenv("QOR_THREAD_MANAGER_EXIT_HOOK");
+    const bool stopped = hook == nullptr || strcmp(hook, "off") != 0;
+    if (stopped && result.valid() &&
+        result.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+        fprintf(stderr, "late report: never resolved\n");
+        return;
+    }
+    printFuture("late report", std::move(result));
+}
+
+void* openModule(const char* variable, int flags) {
+    const char* path = getenv(variable);
+    void* module = path != nullptr ? dlopen(path, flags) : nullptr;
+    if (module == nullptr) {
+        fprintf(stderr, "cannot load %s: %s\n", variable, dlerror());
+        exit(2);
+    }
+    return module;
+}
+
+void unloadModule(const char* variable) {
+    void* module = openModule(variable, RTLD_NOW | RTLD_LOCAL);
+    if (auto* queueReports = reinterpret_cast<void (*)(int)>(dlsym(module, "queueReports"))) {
+        queueReports(kRecords);
+    }
+    dlclose(module);
 }
 
 }  // namespace
@@ -71,81 +245,80 @@ void openGate() {
 // Takes the place of libutils' clock for the library, which reads it inside the limiter. Only an
 // exported definition does: the project builds with hidden visibility by default.
 __attribute__((visibility("default"))) nsecs_t systemTime(int /*clock*/) {
-    Gate& g = gate();
-    std::unique_lock<std::mutex> lock(g.mutex);
-    if (g.armed && !g.entered) {
-        g.entered = true;
-        g.changed.notify_all();
-        g.changed.wait(lock, [&g] { return g.open; });
-    }
+    gHold.holdHere(HoldPoint::kClock);
     return kNowNs;
 }
 
-namespace {
-
-// The camera thread of the "waiting" mode; joined by the last exit handler.
-std::thread* gWaiter = nullptr;
-
-void joinWaiter() {
-    if (gWaiter != nullptr) gWaiter->join();
-}
-
-void waitOn(std::future<int> result) {
-    try {
-        fprintf(stderr, "future resolved: %d\n", result.get());
-    } catch (const std::future_error& error) {
-        fprintf(stderr, "future resolved: %s\n", error.code() == std::future_errc::broken_promise
-                                                          ? "broken promise"
-                                                          : error.what());
-    }
-}
-
-int unloadModule() {
-    const char* path = getenv("VISTEL_EXIT_MODULE");
-    void* module = path != nullptr ? dlopen(path, RTLD_NOW | RTLD_LOCAL) : nullptr;
-    auto* queueReports =
-            module != nullptr ? reinterpret_cast<void (*)(int)>(dlsym(module, "queueReports"))
-                              : nullptr;
-    if (queueReports == nullptr) {
-        fprintf(stderr, "cannot load the module: %s\n", dlerror());
-        return 1;
-    }
-    queueReports(kRecords);
-    dlclose(module);
-    return 0;
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
     const std::string mode = argc == 2 ? argv[1] : "";
-    if (mode != "queued" && mode != "running" && mode != "waiting" && mode != "unload") {
-        fprintf(stderr, "usage: %s queued|running|waiting|unload\n", argv[0]);
-        return 2;
-    }
-    const bool running = mode == "running";
-    // Thousands of lines would drown a sanitizer's report.
-    __android_log_set_logger([](const struct __android_logger_data*, const char*) {});
+    __android_log_set_logger(forwardSomeLines);
     // Registered before the manager is built, so it runs after the manager's destructor.
     atexit(joinWaiter);
-    if (mode == "unload") return unloadModule();
 
-    orv::VistelManager* manager = orv::VistelManager::GetInstance();
-    if (running) {
-        // The first record, a memory leak, is stopped at the limiter's clock read.
-        armGate();
-        manager->reportMsgImpl(vistel_tools::kinds()[orv::kEventMemLeak].make().record);
-        waitUntilEntered();
-    }
-    std::future<int> last;
-    for (int i = 0; i < kRecords; ++i) {
-        last = manager->reportMsgImpl(
-                vistel_tools::kinds()[i % orv::kVistelEventCount].make().record);
-    }
-    if (mode == "waiting") gWaiter = new std::thread(waitOn, std::move(last));
-    if (running) {
+    if (mode == "unload") {
+        unloadModule("VISTEL_EXIT_MODULE");
+    } else if (mode == "unload-foreign") {
+        openModule("VISTEL_EXIT_RECORD_OWNER", RTLD_NOW | RTLD_GLOBAL);
+        unloadModule("VISTEL_EXIT_FOREIGN_MODULE");
+    } else if (mode == "unload-static") {
+        unloadModule("VISTEL_EXIT_STATIC_MODULE");
+    } else if (mode == "unload-waited") {
+        unloadModule("VISTEL_EXIT_WAITING_MODULE");
+    } else if (mode == "held" || mode == "service-held") {
+        atexit(releaseHeldReport);
+        manager();
+        if (mode == "held") {
+            gHold.arm(HoldPoint::kClock);
+        } else {
+            setSendHook([] { gHold.holdHere(HoldPoint::kServiceSend); });
+            gHold.arm(HoldPoint::kServiceSend);
+        }
+        gHeldReport = manager()->reportMsgImpl(recordOf(orv::kEventMemLeak));
+        gHold.waitUntilHeld();
+    } else if (mode == "camera-held") {
+        atexit(releaseCameraThread);
+        // A first report, so that the pool has armed its exit hook as it would have by then.
+        printFuture("first report", manager()->reportMsgImpl(recordOf(orv::kEventMemLeak)));
+        gHold.arm(HoldPoint::kRecordKind);
+        gCameraThread = new std::thread([] {
+            printFuture("camera thread", manager()->reportMsgImpl(std::make_shared<HeldLeak>()));
+        });
+        gHold.waitUntilHeld();
+    } else if (mode == "after") {
+        atexit(callAfterDestruction);
+        printFuture("before", manager()->reportMsgImpl(recordOf(orv::kEventMemLeak)));
+    } else if (mode == "late") {
+        atexit(releaseWorkers);
+        std::future<int> late = reportBehindHeldWorkers();
+        gWaiter = new std::thread(printFuture, "late task", std::move(late));
+    } else if (mode == "exit-report") {
+        manager();
+        atexit(reportAfterThePoolsExitHook);
+        // The pool arms its exit hook with its first task, after the handler above.
+        printFuture("first report", manager()->reportMsgImpl(recordOf(orv::kEventMemLeak)));
+    } else if (mode == "exit-in-service") {
+        manager();
+        setSendHook([] { exit(3); });
+        printFuture("never", manager()->reportMsgImpl(recordOf(orv::kEventMemLeak)));
+    } else if (mode == "queued" || mode == "running" || mode == "waiting") {
+        const bool running = mode == "running";
+        if (running) {
+            // The first record, a memory leak, is stopped at the limiter's clock read.
+            manager();
+            gHold.arm(HoldPoint::kClock);
+            manager()->reportMsgImpl(recordOf(orv::kEventMemLeak));
+            gHold.waitUntilHeld();
+        }
+        std::future<int> last;
+        for (int i = 0; i < kRecords; ++i) last = manager()->reportMsgImpl(recordOf(i));
+        if (mode == "waiting") {
+            gWaiter = new std::thread(printFuture, "future resolved", std::move(last));
+        }
         // Registered last, so it runs first once main has returned.
-        atexit(openGate);
+        if (running) atexit([] { gHold.release(); });
+    } else {
+        fprintf(stderr, "usage: %s MODE (see ExitHelper.cpp)\n", argv[0]);
+        return 2;
     }
     return 0;
 }

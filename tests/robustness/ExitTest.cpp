@@ -1,6 +1,8 @@
-// A camera process returns from main while reports are queued or running: the manager is
-// destroyed at exit while the pool, never released, still holds its work. The process must end
-// normally (no crash, no sanitizer report), and a report already inside its reporter finishes.
+// A camera process ends while the library is busy: the manager is destroyed at exit while the
+// pool, never released, still holds its work, camera threads may still be inside it, and camera
+// modules come and go. The process must end normally (no crash, no sanitizer report, no hang),
+// whoever is inside the manager keeps working on live state, and whatever arrives afterwards is
+// refused.
 //
 // Each case runs robustness_exit_helper (ExitHelper.cpp) as a child process; the ctest entry
 // names it in VISTEL_EXIT_HELPER, and in VISTEL_EXIT_LAUNCHER the emulator that runs it, if any.
@@ -11,7 +13,9 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -95,35 +99,109 @@ ChildRun runHelper(const std::string& mode, const char* exitHook) {
     return run;
 }
 
-// Attempts per case and exit hook: the helper's own handshake fixes the interleaving that
-// matters in the "running" case; the others meet whatever the workers are doing at that moment.
+// Attempts per racy case and exit hook: those meet whatever the workers are doing at that moment.
+// The other cases hold the thread that matters at the moment that matters, and run once.
 // VISTEL_EXIT_ATTEMPTS asks for more, e.g. a few hundred to soak a change to the exit path.
 int attempts() {
     const char* wanted = getenv("VISTEL_EXIT_ATTEMPTS");
     return wanted != nullptr ? atoi(wanted) : 4;
 }
 
+// What the destructor logs when someone is still inside after its bound.
+constexpr char kKept[] =
+        "~VistelManager() error: still in use after 500 ms, manager and service "
+        "library kept";
+
 struct ExitCase {
-    const char* mode;          // the helper's argument
-    bool reportHeldAtTheExit;  // a memory leak report was inside the limiter when main returned
-    bool futureAwaited;        // a camera thread waited on a report's future through the exit
+    const char* mode;  // the helper's argument
+    bool racy;         // run attempts() times
+    int exitStatus;
+    std::vector<std::string> expected;  // lines of the child's stderr, with either exit hook
+    std::vector<std::string> refused;   // lines it must not show
+    const char* withHook;               // a line expected with the pool's exit hook
+    const char* withoutHook;            // ... and without it
+    int memLeakEvents;                  // memory leak events the service got; -1: any number
 };
 
 const ExitCase kCases[] = {
-        {"queued", false, false},
-        {"running", true, false},
-        {"waiting", false, true},
-        {"unload", false, false},
+        {"queued", true, 0, {}, {}, nullptr, nullptr, -1},
+        // The report inside its reporter when main returned finished, and went out once.
+        {"running", true, 0, {}, {kKept}, nullptr, nullptr, 1},
+        // A camera thread waiting on a report is released: reported, turned away or abandoned.
+        {"waiting", true, 0, {}, {}, "future resolved: ", "future resolved: ", -1},
+        // Still inside after the bound: nothing is freed or unloaded under it, and it finishes.
+        {"held", false, 0, {kKept, "held report: 0"}, {}, nullptr, nullptr, 1},
+        {"service-held", false, 0, {kKept, "held report: 0"}, {}, nullptr, nullptr, 1},
+        // A camera thread inside reportMsgImpl is waited for too; its record, queued after the
+        // manager is gone, is let go by the stopped pool or turned away by the library.
+        {"camera-held",
+         false,
+         0,
+         {kKept},
+         {},
+         "camera thread: broken promise",
+         "camera thread: -1",
+         -1},
+        // Every entry point after the manager is gone refuses, in its own words.
+        {"after",
+         false,
+         0,
+         {"reportMsgImpl: no future", "reportMsgImpl() error: manager destroyed, record dropped",
+          "sendEventMemLeak() error: manager destroyed, record dropped", "sendEventMemLeak: -1",
+          "sendScanMsgReport() error: manager destroyed, record dropped", "sendScanMsgReport: -2",
+          "SendEventAlgoProcessTimeoutDumpSystrace: 0",
+          "sendBootMsg() error: manager destroyed, record dropped",
+          // dump(): the counters, nothing of the manager.
+          "0 MemLeak 2 1 0 0 1 0 0 1", "- direct sendBootMsg calls 1 0 0 0 1 0 0 0",
+          "vistel service: destroyed with the manager", "(every policy) destroyed"},
+         {kKept},
+         nullptr,
+         nullptr,
+         1},
+        // A task that starts after the manager is gone, or never starts.
+        {"late", false, 0, {}, {kKept}, "late task: broken promise", "late task: -1", 0},
+        // Queued after the pool stopped at exit: let go at once, never left unresolved.
+        {"exit-report",
+         false,
+         0,
+         {},
+         {"late report: never resolved"},
+         "late report: broken promise",
+         "late report: 0",
+         -1},
+        // The service exits from inside a reporter: the destructor does not wait for that
+        // reporter, which can never return.
+        {"exit-in-service", false, 3, {}, {kKept}, nullptr, nullptr, 0},
+        // Camera modules unloaded with their records in flight, linked as the library asks.
+        {"unload", true, 0, {}, {}, nullptr, nullptr, -1},
+        {"unload-foreign", true, 0, {}, {}, nullptr, nullptr, -1},
+        {"unload-static", true, 0, {}, {}, nullptr, nullptr, -1},
+        // Not linked so, but unloaded only once every report's future was ready.
+        {"unload-waited", true, 0, {}, {}, nullptr, nullptr, -1},
 };
 
 // With the host pool's exit hook, queued reports never start; without it, they start after the
 // manager is gone and are turned away by the library itself.
 const char* const kExitHooks[] = {"on", "off"};
 
-TEST(ExitTest, ReturnFromMainWithReportsInFlight) {
+// The child's stderr with the library's prefixes ("<function><<line>>: [<tag>]") taken off and
+// every run of blanks made one, so that expected lines need neither.
+std::string plainText(const std::string& text) {
+    static const std::regex kPrefix(R"([A-Za-z_~]\w*<\d+>: \[[0-9a-f]{8}\])");
+    static const std::regex kBlanks(R"([ \t]+)");
+    std::string plain = std::regex_replace(text, kPrefix, "");
+    plain = std::regex_replace(plain, kBlanks, " ");
+    return "\n" + std::regex_replace(plain, std::regex("\n "), "\n");
+}
+
+bool hasLine(const std::string& plain, const std::string& line) {
+    return plain.find("\n" + line) != std::string::npos;
+}
+
+TEST(ExitTest, EndTheProcessWhileTheLibraryIsBusy) {
     for (const char* hook : kExitHooks) {
         for (const ExitCase& c : kCases) {
-            for (int attempt = 0; attempt < attempts(); ++attempt) {
+            for (int attempt = 0; attempt < (c.racy ? attempts() : 1); ++attempt) {
                 SCOPED_TRACE(std::string(c.mode) + ", exit hook " + hook + ", attempt " +
                              std::to_string(attempt));
                 ChildRun run = runHelper(c.mode, hook);
@@ -131,16 +209,20 @@ TEST(ExitTest, ReturnFromMainWithReportsInFlight) {
                 ASSERT_TRUE(WIFEXITED(run.status))
                         << "ended by signal " << WTERMSIG(run.status) << "\n"
                         << run.stderrText;
-                EXPECT_EQ(WEXITSTATUS(run.status), 0) << run.stderrText;
-                if (c.reportHeldAtTheExit) {
-                    // It finished before the manager went away, and went out once.
-                    EXPECT_EQ(countOccurrences(run.eventLog, "{\"id\":918000000,"), 1)
-                            << run.eventLog;
+                EXPECT_EQ(WEXITSTATUS(run.status), c.exitStatus) << run.stderrText;
+                const std::string plain = plainText(run.stderrText);
+                std::vector<std::string> expected = c.expected;
+                const char* hooked = strcmp(hook, "on") == 0 ? c.withHook : c.withoutHook;
+                if (hooked != nullptr) expected.emplace_back(hooked);
+                for (const std::string& line : expected) {
+                    EXPECT_TRUE(hasLine(plain, line)) << line << "\n" << run.stderrText;
                 }
-                if (c.futureAwaited) {
-                    // Reported, turned away (-1) or abandoned by the pool: never left waiting.
-                    EXPECT_NE(run.stderrText.find("future resolved: "), std::string::npos)
-                            << run.stderrText;
+                for (const std::string& line : c.refused) {
+                    EXPECT_FALSE(hasLine(plain, line)) << line << "\n" << run.stderrText;
+                }
+                if (c.memLeakEvents >= 0) {
+                    EXPECT_EQ(countOccurrences(run.eventLog, "{\"id\":918000000,"), c.memLeakEvents)
+                            << run.eventLog;
                 }
             }
         }
