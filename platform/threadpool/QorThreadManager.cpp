@@ -69,9 +69,16 @@ void QorThreadManager::stopAtExit() {
 }
 
 QorThreadManager::QorThreadManager(size_t workerCount) {
-    mWorkers.reserve(workerCount);
-    for (size_t i = 0; i < workerCount; ++i) {
-        mWorkers.emplace_back([this] { workerLoop(); });
+    try {
+        mWorkers.reserve(workerCount);
+        for (size_t i = 0; i < workerCount; ++i) {
+            mWorkers.emplace_back([this] { workerLoop(); });
+        }
+    } catch (...) {
+        // A worker could not be started (memory ran out): the ones already running are stopped
+        // and joined before the failure goes on, or their threads would end the process.
+        stop();
+        throw;
     }
 }
 
