@@ -19,6 +19,19 @@ VistelLibLoader* VistelLibLoader::sInstance = nullptr;
 int32_t VistelLibLoader::sRefCount = 0;
 android::Mutex VistelLibLoader::sLock;
 
+namespace {
+
+alignas(VistelLibLoader) unsigned char gInstanceStorage[sizeof(VistelLibLoader)];
+
+}  // namespace
+
+void* VistelLibLoader::operator new(size_t size, const std::nothrow_t&) noexcept {
+    return size <= sizeof(gInstanceStorage) ? gInstanceStorage : nullptr;
+}
+
+void VistelLibLoader::operator delete(void* /*instance*/, const std::nothrow_t&) noexcept {}
+
+void VistelLibLoader::operator delete(void* /*instance*/) noexcept {}
 
 VistelLibLoader::VistelLibLoader()
     : SharedObjectLoader("libvistel.so"),
@@ -45,7 +58,16 @@ VistelLibLoader* VistelLibLoader::getInstance() {
     if (sInstance == nullptr) {
         sInstance = new (std::nothrow) VistelLibLoader();
         if (sInstance == nullptr) abort();
-        if (!sInstance->loadSo(nullptr)) {
+        bool loaded = false;
+        try {
+            loaded = sInstance->loadSo(nullptr);
+        } catch (...) {
+            // Memory ran out while binding: no half-bound instance is kept for the next caller.
+            delete sInstance;
+            sInstance = nullptr;
+            throw;
+        }
+        if (!loaded) {
             const char* missing = sInstance->mMissingFunction;
             counters::recordBinding(missing != nullptr ? counters::Binding::kFunctionMissing
                                                        : counters::Binding::kLibraryMissing,

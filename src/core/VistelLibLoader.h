@@ -4,7 +4,9 @@
 #include <SharedObjectLoader.h>
 #include <utils/Mutex.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <new>
 
 namespace orv {
 
@@ -20,6 +22,12 @@ class VistelLibLoader : public SharedObjectLoader {
 
     ~VistelLibLoader() override;
 
+    // The one instance lives in static storage of its own (there is never more than one, and its
+    // creation and deletion happen under sLock): creating it cannot run out of memory.
+    static void* operator new(size_t size, const std::nothrow_t&) noexcept;
+    static void operator delete(void* instance, const std::nothrow_t&) noexcept;
+    static void operator delete(void* instance) noexcept;
+
     // Clears the create, set-by-index, set-time, send and destroy entries. The six named
     // ("_V2") entries are left as they are: callers only ever reach the table through a bound
     // instance, so nothing reads them after a failed load.
@@ -34,15 +42,13 @@ class VistelLibLoader : public SharedObjectLoader {
     int (*LINK_Vistel_Set_Param)(void* eventObj, unsigned short paramIndex, long value);
     int (*LINK_Vistel_Set_Param_Integer_V2)(void* eventObj, const char* paramName, long value);
     int (*LINK_Vistel_Set_Param_Float_V2)(void* eventObj, const char* paramName, float value);
-    int (*LINK_Vistel_Set_Param_String_V2)(void* eventObj, const char* paramName,
-                                           const char* value);
+    int (*LINK_Vistel_Set_Param_String_V2)(void* eventObj, const char* paramName, const char* value);
     int (*LINK_Vistel_Fill_Array_Param_Integer_V2)(void* eventObj, const char* paramName,
                                                    long value);
-    int (*LINK_Vistel_Fill_Array_Param_Float_V2)(void* eventObj, const char* paramName,
-                                                 float value);
+    int (*LINK_Vistel_Fill_Array_Param_Float_V2)(void* eventObj, const char* paramName, float value);
     int (*LINK_Vistel_Fill_Array_Param_String_V2)(void* eventObj, const char* paramName,
                                                   const char* value);
-    void* LINK_Vistel_Set_Time;  // bound, never called
+    void* LINK_Vistel_Set_Time;                     // bound, never called
     int (*LINK_Vistel_Send_Event)(void* eventObj);  // non-zero on success
     void (*LINK_Vistel_Destroy_EventObj)(void* eventObj);
     // NOLINTEND(misc-non-private-member-variables-in-classes)
