@@ -181,6 +181,14 @@ void VistelManager::Init() {
     VLOGI("enter VistelManager::Init, gitVersion:%s", g_logGitTag);
 
     mInited = false;
+    // Not initialised after all, and holding no reference to the service library.
+    auto giveUp = [this] {
+        mInited = false;
+        if (mLibLoader != nullptr) {
+            VistelLibLoader::destroyInstance();
+            mLibLoader = nullptr;
+        }
+    };
     try {
         mLibLoader = VistelLibLoader::getInstance();
         if (mLibLoader == nullptr) {
@@ -195,17 +203,13 @@ void VistelManager::Init() {
             registerFunction(registration.kind, registration.handler);
         }
     } catch (const std::exception& e) {
-        // Memory ran out while binding the service or registering the handlers. The manager
-        // comes up not initialised, holding no reference to the service: the kinds registered
-        // so far answer "not initialised", the others are unknown.
+        // Memory ran out while binding the service or registering the handlers. The kinds
+        // registered so far answer "not initialised", the others are unknown.
         VLOGE("%s() error: %s, not initialised", __func__, e.what());
-        mInited = false;
-        if (mLibLoader != nullptr) {
-            VistelLibLoader::destroyInstance();
-            mLibLoader = nullptr;
-        }
+        giveUp();
     }
-    if (mThreadManager == nullptr) mInited = false;
+    // Without a pool (memory ran out while it was built) nothing would ever be reported.
+    if (mThreadManager == nullptr) giveUp();
 }
 
 void VistelManager::registerFunction(VistelEvent event, HandlerMethod func) {

@@ -2,116 +2,25 @@
 // to any handler, and memory running out at any allocation on the way (in reportMsgImpl while
 // it builds the task, in sendBootMsg, in a reporter while it builds its event).
 //
-// This executable replaces operator new: once armed, the n-th allocation of the arming thread
-// throws std::bad_alloc. Each sweep raises n until a call gets through without reaching it.
+// This executable replaces operator new (FailingAllocations.h). Each sweep raises n until a call
+// gets through without reaching it.
 #include <KindRegistry.h>
+#include <LibraryDump.h>
 #include <VistelHostService.h>
 #include <VistelManager.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
 #include <string>
 
+#include "FailingAllocations.h"
 #include "FakeClock.h"
+#include "Handlers.h"
 #include "LogCapture.h"
-
-namespace {
-
-// Allocations of this thread left before the one that fails; 0: disarmed.
-thread_local long tAllocationsBeforeFailure = 0;
-
-void* allocate(size_t size) {
-    if (tAllocationsBeforeFailure > 0 && !vistel_test::LogCapture::capturing() &&
-        --tAllocationsBeforeFailure == 0) {
-        throw std::bad_alloc();
-    }
-    void* block = malloc(size == 0 ? 1 : size);
-    if (block == nullptr) throw std::bad_alloc();
-    return block;
-}
-
-}  // namespace
-
-void* operator new(size_t size) {
-    return allocate(size);
-}
-void* operator new[](size_t size) {
-    return allocate(size);
-}
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
-    try {
-        return allocate(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-void* operator new[](size_t size, const std::nothrow_t& tag) noexcept {
-    return operator new(size, tag);
-}
-void operator delete(void* block) noexcept {
-    free(block);
-}
-void operator delete[](void* block) noexcept {
-    free(block);
-}
-void operator delete(void* block, size_t) noexcept {
-    free(block);
-}
-void operator delete[](void* block, size_t) noexcept {
-    free(block);
-}
 
 namespace vistel_test {
 namespace {
 
-using Handler = int (orv::VistelManager::*)(std::shared_ptr<orv::VistelEventBase>);
 using orv::VistelManager;
-
-// Indexed by kind.
-constexpr Handler kHandlers[] = {
-        &VistelManager::sendEventMemLeak,
-        &VistelManager::sendEventMemShortage,
-        &VistelManager::sendEventMemLimit,
-        &VistelManager::sendEventMemEfficiencyWarning,
-        &VistelManager::sendEventMemAllocFail,
-        &VistelManager::sendEventPreviewBufferRefLeak,
-        &VistelManager::sendEventCaptureBufferRefLeak,
-        &VistelManager::sendEventAlgoProcessTimeoutWarning,
-        &VistelManager::sendEventAlgoProcessTimeoutError,
-        &VistelManager::sendEventSnapshotTimeoutWarning,
-        &VistelManager::sendEventSnapshotTimeoutError,
-        &VistelManager::sendEventOtherTimeoutWarning,
-        &VistelManager::sendEventOtherTimeoutError,
-        &VistelManager::sendEventSnapshotBigdata,
-        &VistelManager::SendEventSnapshotAfBigdata,
-        &VistelManager::sendEventStatisticData,
-        &VistelManager::sendEventHDRPData,
-        &VistelManager::SendEventSnapshotBigdataV2,
-        &VistelManager::SendEventAlgoProcessTimeoutDumpSystrace,
-        &VistelManager::sendEventFlushProcessTimeoutError,
-        &VistelManager::sendEventStopProcessTimeoutError,
-        &VistelManager::sendEventSessionUninitProcessTimeoutError,
-        &VistelManager::sendEventConfigStreamProcessTimeoutError,
-        &VistelManager::sendEventVideoPerfData,
-        &VistelManager::sendEventPostProcessTimeoutError,
-        &VistelManager::sendBootTimeout,
-        &VistelManager::dumpTrace,
-        &VistelManager::FrameDropError,
-        &VistelManager::sendMemoryExceedThreshold,
-        &VistelManager::sendMemoryAllocTimeout,
-        &VistelManager::sendDailyTempRise,
-        &VistelManager::sendScanMsgReport,
-};
-static_assert(std::size(kHandlers) == orv::kVistelEventCount);
-
-// What each handler answers when it refuses: the scan message report -2, the kind-18 trace
-// request 0 (it never refuses an uninitialised manager), every other -1.
-int refusedResult(orv::VistelEvent kind) {
-    if (kind == orv::kEventScanMsg) return -2;
-    if (kind == orv::kEventAlgoProcessTimeoutDumpSystrace) return 0;
-    return -1;
-}
 
 class EntryPointsTest : public ::testing::Test {
   protected:
@@ -121,7 +30,7 @@ class EntryPointsTest : public ::testing::Test {
         mLog.clear();
     }
     void TearDown() override {
-        tAllocationsBeforeFailure = 0;
+        disarmAllocationFailure();
         EXPECT_EQ(vistelhost::liveObjects(), 0) << "event object leaked";
     }
     static VistelManager* manager() { return VistelManager::GetInstance(); }
@@ -147,23 +56,11 @@ TEST_F(EntryPointsTest, NullRecordIsRefusedByEveryHandlerAlike) {
         ASSERT_EQ(lines.size(), 1u);
         EXPECT_EQ(lines[0].function, c.handler);
         const std::string& body = lines[0].body;
-        EXPECT_NE(body.find(std::string(c.handler) + "() error: event="), std::string::npos)
-                << body;
+        EXPECT_NE(body.find(std::string(c.handler) + "() error: event="), std::string::npos) << body;
         // The only error: the limiter was not asked (it would have had its own line).
         EXPECT_NE(body.find(", inited=1 not valid"), std::string::npos) << body;
     }
     EXPECT_TRUE(vistelhost::calls().empty());
-}
-
-// Arms the n-th allocation of this thread to fail, runs `call`, and tells whether the failure
-// was reached (the call then had to cope with it).
-template <typename Call>
-bool failingAllocation(long n, Call call) {
-    tAllocationsBeforeFailure = n;
-    call();
-    const bool reached = tAllocationsBeforeFailure == 0;
-    tAllocationsBeforeFailure = 0;
-    return reached;
 }
 
 // Sweeps of more than this many allocations mean the sweep is not ending.
@@ -194,6 +91,18 @@ TEST_F(EntryPointsTest, ReportMsgImplOutOfMemoryGivesAnInvalidFuture) {
     }
 }
 
+// The row of `kind` in the library's dump.
+vistel_tools::DumpRow rowOf(orv::VistelEvent kind) {
+    return vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines()).kinds.at(kind);
+}
+
+bool journaled(const std::string& function) {
+    for (const std::string& call : vistelhost::calls()) {
+        if (call.rfind(function + "(", 0) == 0) return true;
+    }
+    return false;
+}
+
 TEST_F(EntryPointsTest, ReporterOutOfMemoryFailsThatReportOnly) {
     for (const vistel_tools::KindInfo& c : vistel_tools::kinds()) {
         SCOPED_TRACE(c.handler);
@@ -201,19 +110,31 @@ TEST_F(EntryPointsTest, ReporterOutOfMemoryFailsThatReportOnly) {
             std::shared_ptr<orv::VistelEventBase> record = c.make().record;
             FakeClock::expireAllLimits();
             vistelhost::reset();
+            const vistel_tools::DumpRow before = rowOf(c.kind);
             mLog.clear();
             int result = 1;
             if (!failingAllocation(n, [&] { result = (manager()->*kHandlers[c.kind])(record); })) {
                 EXPECT_EQ(result, 0);
                 break;
             }
-            // Failed with an error line: the reporter's own when its code ran out, a
-            // primitive's when the service did. Or reported after all, where the allocation
-            // that failed was one the service could do without (its call journal). No event
-            // object is left behind either way.
-            EXPECT_TRUE(result == 0 || (result == -1 && !errors().empty()))
-                    << "allocation " << n << ": " << result;
-            EXPECT_EQ(vistelhost::liveObjects(), 0) << "allocation " << n;
+            SCOPED_TRACE("allocation " + std::to_string(n));
+            const vistel_tools::DumpRow counted = rowOf(c.kind) - before;
+            EXPECT_EQ(counted.records, 1u);
+            if (result == 0) {
+                // Only where the allocation that failed was the service's own, after it had
+                // taken the event: the journal line of the object's destruction, which the
+                // service does without.
+                EXPECT_EQ(vistelhost::sentEvents().size(), 1u);
+                EXPECT_FALSE(journaled("vistel_destroy_eventobj"));
+                EXPECT_EQ(counted.sent, 1u);
+            } else {
+                // Failed with an error line: the reporter's own when its code ran out, a
+                // primitive's when the service did.
+                EXPECT_EQ(result, -1);
+                EXPECT_FALSE(errors().empty());
+                EXPECT_EQ(counted.failed, 1u);
+            }
+            EXPECT_EQ(vistelhost::liveObjects(), 0) << "event object leaked";
             ASSERT_LT(n, kMostAllocations - 1);
         }
     }
