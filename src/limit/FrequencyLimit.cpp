@@ -43,8 +43,7 @@ class ScopedLock {
 // The shape every record policy shares: refuse a null record (without locking), otherwise
 // decide under the limiter's mutex.
 template <typename Record, typename Decide>
-bool decideLocked(const char* policy, const Record* data, pthread_mutex_t* mutex,
-                  Decide decide) {
+bool decideLocked(const char* policy, const Record* data, pthread_mutex_t* mutex, Decide decide) {
     if (data == nullptr) {
         VISTEL_LOG_AT(ANDROID_LOG_ERROR, policy, "%s() error: input ptr is NULL", policy);
         return true;
@@ -169,11 +168,13 @@ bool VistelManager::FrequencyLimit::limitEventMemLeak(vistelMemLeak* data) {
 }
 
 bool VistelManager::FrequencyLimit::limitEventMemShortage(vistelMemShortage* data) {
-    // Keyed by the raw bytes of the first integer read as text, up to its first zero byte: an
-    // old quirk the reported data depends on, kept as it is. An integer without a zero byte
-    // gives all four bytes, never what follows it.
+    // Keyed by the raw bytes of the first integer read as text, up to the first zero byte: an
+    // old quirk the reported data depends on, kept as it is. An integer without a zero byte runs
+    // on into the fields after it, as it always has; the record's end bounds the read.
     return decideLocked(__func__, data, &mMutex, [&] {
-        const FieldText key(reinterpret_cast<const char*>(&data->value1), sizeof(data->value1));
+        const auto* first = reinterpret_cast<const char*>(&data->value1);
+        const auto* end = reinterpret_cast<const char*>(data) + sizeof(*data);
+        const FieldText key(first, static_cast<size_t>(end - first));
         return limitBy1Item(&mMemShortageRecord, key.str());
     });
 }
@@ -184,8 +185,7 @@ bool VistelManager::FrequencyLimit::limitEventMemLimit(vistelMemLimit* data) {
     });
 }
 
-bool VistelManager::FrequencyLimit::limitEventMemEfficiencyWarning(
-        vistelMemEfficiencyWarning* data) {
+bool VistelManager::FrequencyLimit::limitEventMemEfficiencyWarning(vistelMemEfficiencyWarning* data) {
     return decideLocked(__func__, data, &mMutex,
                         [&] { return limitBy0Item(&mMemEfficiencyWarningTime); });
 }
@@ -194,15 +194,13 @@ bool VistelManager::FrequencyLimit::limitEventMemAllocFail(vistelMemAllocFail* d
     return decideLocked(__func__, data, &mMutex, [&] { return limitBy0Item(&mMemAllocFailTime); });
 }
 
-bool VistelManager::FrequencyLimit::limitEventPreviewBufferRefLeak(
-        vistelPreviewBufferRefLeak* data) {
+bool VistelManager::FrequencyLimit::limitEventPreviewBufferRefLeak(vistelPreviewBufferRefLeak* data) {
     return decideLocked(__func__, data, &mMutex, [&] {
         return limitBy1Item(&mPreviewBufferRefLeakRecord, FieldText(data->name).str());
     });
 }
 
-bool VistelManager::FrequencyLimit::limitEventCaptureBufferRefLeak(
-        vistelCaptureBufferRefLeak* data) {
+bool VistelManager::FrequencyLimit::limitEventCaptureBufferRefLeak(vistelCaptureBufferRefLeak* data) {
     return decideLocked(__func__, data, &mMutex, [&] {
         return limitBy1Item(&mCaptureBufferRefLeakRecord, FieldText(data->name).str());
     });
@@ -215,8 +213,7 @@ bool VistelManager::FrequencyLimit::limitEventAlgoProcessTimeoutWarning(
     });
 }
 
-bool VistelManager::FrequencyLimit::limitEventAlgoProcessTimeoutError(
-        vistelAlgoProcessTimeout* data) {
+bool VistelManager::FrequencyLimit::limitEventAlgoProcessTimeoutError(vistelAlgoProcessTimeout* data) {
     return decideLocked(__func__, data, &mMutex, [&] {
         return limitBy1Item(&mAlgoProcessTimeoutErrorRecord, FieldText(data->name).str());
     });
@@ -318,12 +315,12 @@ bool VistelManager::FrequencyLimit::limitEventBootPerf() {
             VLOGI("%s() timeStamp < timeRecord", __func__);
             return false;
         case Outcome::kLimited:
-            VLOGI("%s() timeIntervalInS = %d, limit=%d, return true", __func__,
-                  decision.intervalS, kBootPerfPeriodS);
+            VLOGI("%s() timeIntervalInS = %d, limit=%d, return true", __func__, decision.intervalS,
+                  kBootPerfPeriodS);
             return true;
         case Outcome::kPassed:
-            VLOGI("%s() timeIntervalInS = %d, limit=%d, return false", __func__,
-                  decision.intervalS, kBootPerfPeriodS);
+            VLOGI("%s() timeIntervalInS = %d, limit=%d, return false", __func__, decision.intervalS,
+                  kBootPerfPeriodS);
             return false;
     }
     return false;

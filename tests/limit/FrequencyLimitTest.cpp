@@ -169,19 +169,35 @@ TEST_F(FrequencyLimitTest, RecordPoliciesKeepSeparateStateAndRefuseNull) {
 }
 
 // An old quirk the reported data depends on: the shortage's key is its first integer's bytes
-// read as text, whatever follows. Little-endian 0x4241 reads "AB"; 0 is the empty key.
+// read as text up to the first zero byte, running on into the next integer when the first has
+// none. Little-endian 0x4241 reads "AB", 0x44434241 then 0x45 "ABCDE"; 0 is the empty key. A
+// record with no zero byte at all after the first integer is read up to its own end, never past.
 TEST_F(FrequencyLimitTest, MemShortageKeyIsTheFirstIntegersBytes) {
     auto record = std::make_unique<orv::vistelMemShortage>();
     for (auto [first, second, dropped] : {std::tuple(0x4241, 1, false),
                                           {0x4241, 2, true},
                                           {0x4341, 1, false},
                                           {0, 5, false},
-                                          {0, 6, true}}) {
+                                          {0, 6, true},
+                                          {0x44434241, 0x45, false},
+                                          {0x44434241, 0x46, false},
+                                          {0x44434241, 0x45, true}}) {
         record->value1 = first;
         record->value2 = second;
         EXPECT_EQ(mLimit.limitEventMemShortage(record.get()), dropped) << first << " " << second;
     }
     EXPECT_TRUE(mLog.has(ANDROID_LOG_INFO, "limitBy1Item", "limitBy1Item() AB timeIntervalInS = 0"));
+    EXPECT_TRUE(
+            mLog.has(ANDROID_LOG_INFO, "limitBy1Item", "limitBy1Item() ABCDE timeIntervalInS = 0"));
+
+    auto* first = reinterpret_cast<char*>(&record->value1);
+    const size_t toEnd = reinterpret_cast<char*>(record.get()) + sizeof(*record) - first;
+    memset(first, 'x', toEnd);
+    mLog.clear();
+    EXPECT_FALSE(mLimit.limitEventMemShortage(record.get()));
+    EXPECT_TRUE(mLimit.limitEventMemShortage(record.get()));
+    EXPECT_TRUE(mLog.has(ANDROID_LOG_INFO, "limitBy1Item",
+                         "limitBy1Item() " + std::string(toEnd, 'x') + " timeIntervalInS = 0"));
 }
 
 // Camera threads racing on one key: exactly one event per period gets through.

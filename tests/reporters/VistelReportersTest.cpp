@@ -296,7 +296,8 @@ std::multiset<std::string> receivedTexts(const vistelhost::SentEvent& event,
 }
 
 // The rate-limit key a record of `kind` gives, or none: the fields its limiter scope names, each
-// read as text for at most its size.
+// read as text for at most its size; the memory shortage's integer, for at most the rest of the
+// record.
 Strings limitKeys(VistelEvent kind, void* body) {
     const vistel_tools::KindInfo& info = vistel_tools::kinds()[kind];
     const std::regex kWord(R"(\w+)");
@@ -305,7 +306,10 @@ Strings limitKeys(VistelEvent kind, void* body) {
     for (std::sregex_iterator w(scope.begin(), scope.end(), kWord), end; w != end; ++w) {
         if (const Field* f = info.layout().find(w->str())) {
             const char* at = static_cast<const char*>(f->address(body));
-            keys.emplace_back(at, strnlen(at, f->size));
+            const size_t room = kind == kEventMemShortage
+                                        ? info.layout().size - (at - static_cast<char*>(body))
+                                        : f->size;
+            keys.emplace_back(at, strnlen(at, room));
         }
     }
     return keys;
@@ -314,7 +318,8 @@ Strings limitKeys(VistelEvent kind, void* body) {
 // Every text field filled to its last byte, without a terminator: the service receives each
 // text, and the limiter keys on it, as exactly the field's bytes, never what follows (ASan also
 // stops a read past the record). The memory shortage key, from an integer without a zero byte,
-// is its four bytes. Every kind that sends texts is in kCases.
+// runs on into the fields after it, up to the first zero byte. Every kind that sends texts is in
+// kCases.
 TEST_F(VistelReportersTest, UnterminatedTextsEndAtTheirField) {
     std::set<VistelEvent> covered;
     for (const VistelCase& c : kCases) {
