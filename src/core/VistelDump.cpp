@@ -86,6 +86,15 @@ class QuietPipe {
     bool mRaised = false;
 };
 
+// strerror_r's text, whichever of its two forms the C library declares: the GNU one returns it
+// (in the buffer or a constant), the POSIX one writes it into the buffer.
+[[maybe_unused]] const char* errorText(char* text, char* /*buffer*/) {
+    return text;
+}
+[[maybe_unused]] const char* errorText(int result, char* buffer) {
+    return result == 0 ? buffer : "unknown error";
+}
+
 // Lines into a fixed buffer that holds the whole dump, written out at the end: the dump takes no
 // heap, and the writing happens after every figure has been read.
 class DumpWriter {
@@ -127,8 +136,10 @@ class DumpWriter {
                 return;
             }
             if (error == ECONNRESET) return;
-            char reason[96] = "nothing written";
-            if (error != 0) strerror_r(error, reason, sizeof(reason));
+            char buffer[96];
+            const char* reason =
+                    error != 0 ? errorText(strerror_r(error, buffer, sizeof(buffer)), buffer)
+                               : "nothing written";
             VISTEL_LOG_AT(ANDROID_LOG_ERROR, "dump",
                           "%s() error: fd %d: %s, dump truncated after %zu of %zu bytes", "dump",
                           mFd, reason, done, mUsed);
