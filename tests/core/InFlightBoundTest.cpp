@@ -1,0 +1,188 @@
+// A runaway caller costs bounded memory: past InFlightBound::kBound records in flight,
+// reportMsgImpl sheds at the door. Every test holds the pool's workers while it reports, so the
+// records in flight are exactly those handed over, and lets them go before it ends.
+#include <InFlightBound.h>
+#include <KindRegistry.h>
+#include <LibraryDump.h>
+#include <QorThreadManager.h>
+
+#include <future>
+#include <regex>
+#include <thread>
+
+#include "FailingAllocations.h"
+#include "ReporterTest.h"
+
+namespace vistel_test {
+namespace {
+
+using orv::InFlightBound;
+
+constexpr uint32_t kBound = InFlightBound::kBound;
+
+// Every worker of the pool held by a task of the test's own until release().
+class HeldWorkers {
+  public:
+    HeldWorkers() {
+        QorThreadManager* pool = QorThreadManager::GetInstance();
+        std::shared_future<void> released = mRelease.get_future().share();
+        std::atomic<size_t> started{0};
+        for (size_t i = 0; i < pool->workerCount(); ++i) {
+            mBlockers.push_back(pool->enqueue([released, &started] {
+                ++started;
+                released.wait();
+            }));
+        }
+        while (started.load() < pool->workerCount()) std::this_thread::yield();
+    }
+    ~HeldWorkers() { release(); }
+
+    // Lets the workers go and waits until they have run everything queued.
+    void release() {
+        if (mReleased) return;
+        mReleased = true;
+        mRelease.set_value();
+        QorThreadManager::GetInstance()->waitIdle();
+    }
+
+  private:
+    std::promise<void> mRelease;
+    std::vector<std::future<void>> mBlockers;
+    bool mReleased = false;
+};
+
+std::shared_ptr<orv::VistelEventBase> recordOf(orv::VistelEvent kind) {
+    return vistel_tools::kinds()[kind].make().record;
+}
+
+vistel_tools::LibraryDump libraryDump() {
+    return vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+}
+
+class InFlightBoundTest : public ReporterTest {
+  protected:
+    // Hands over records of `kind` until `count` were queued (valid futures), and none shed.
+    void fill(uint32_t count, orv::VistelEvent kind) {
+        for (uint32_t i = 0; i < count; ++i) {
+            ASSERT_TRUE(manager()->reportMsgImpl(recordOf(kind)).valid()) << i;
+        }
+    }
+    // Hands over `count` records of `kind` that must all be shed.
+    static void shed(int count, orv::VistelEvent kind) {
+        for (int i = 0; i < count; ++i) {
+            EXPECT_FALSE(manager()->reportMsgImpl(recordOf(kind)).valid()) << i;
+        }
+    }
+    // The library's error and info lines about shedding.
+    std::vector<std::string> sheddingLines() const {
+        std::vector<std::string> lines;
+        for (const LogLine& line : mLog.lines()) {
+            if (line.function == "reportMsgImpl") lines.push_back(line.body);
+        }
+        return lines;
+    }
+};
+
+// One line when shedding starts, at most one a second while it goes on, each with the records
+// refused since the last line and the kind refused most, one when the workers have caught up;
+// every refusal counted in its kind's row.
+TEST_F(InFlightBoundTest, ShedsPastTheBoundSaysSoSparinglyAndCountsIt) {
+    const vistel_tools::LibraryDump before = libraryDump();
+    HeldWorkers held;
+    fill(kBound, orv::kEventDumpTrace);
+    ASSERT_TRUE(sheddingLines().empty());
+
+    shed(3, orv::kEventMemLeak);
+    shed(1, orv::kEventFrameDrop);
+    EXPECT_EQ(sheddingLines(),
+              std::vector<std::string>{"reportMsgImpl() error: 4096 records in flight, shedding "
+                                       "from now on: 1 refused, most of kind 0 (MemLeak)"});
+    FakeClock::advanceSeconds(0.5);
+    shed(10, orv::kEventFrameDrop);
+    EXPECT_EQ(sheddingLines().size(), 1u) << "a second has not passed";
+    FakeClock::advanceSeconds(0.6);
+    shed(1, orv::kEventMemLeak);
+    ASSERT_EQ(sheddingLines().size(), 2u);
+    EXPECT_EQ(sheddingLines()[1],
+              "reportMsgImpl() error: still shedding: 14 refused in the last 1100 ms, most of "
+              "kind 27 (FrameDrop)");
+
+    mLog.clear();
+    held.release();
+    const std::vector<std::string> after = sheddingLines();
+    ASSERT_EQ(after.size(), 1u);
+    EXPECT_TRUE(std::regex_match(after[0], std::regex(R"(reportMsgImpl\(\) shedding stopped: 0 )"
+                                                      R"(more refused since the last line, )"
+                                                      R"(\d+ records in flight)")))
+            << after[0];
+    EXPECT_EQ(mLog.lines().back().priority, ANDROID_LOG_INFO);
+
+    const vistel_tools::LibraryDump dump = libraryDump();
+    EXPECT_EQ((dump.kinds.at(orv::kEventMemLeak) - before.kinds.at(orv::kEventMemLeak)).shed, 4u);
+    EXPECT_EQ((dump.kinds.at(orv::kEventFrameDrop) - before.kinds.at(orv::kEventFrameDrop)).shed,
+              11u);
+    EXPECT_EQ((dump.total - before.total).records, kBound + 15);
+    EXPECT_EQ(dump.rowsNotAddingUp(), std::vector<std::string>{});
+    EXPECT_EQ(dump.inFlight, "records in flight: 0 now, 4096 at most, shed beyond 4096");
+}
+
+// A refused call allocates nothing: with the first allocation of the calling thread armed to
+// fail, it is never reached.
+TEST_F(InFlightBoundTest, ARefusedCallAllocatesNothing) {
+    HeldWorkers held;
+    fill(kBound, orv::kEventDumpTrace);
+    shed(1, orv::kEventDumpTrace);  // the line that says shedding starts is logged now
+    std::shared_ptr<orv::VistelEventBase> record = recordOf(orv::kEventMemLeak);
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_FALSE(failingAllocation(
+                1, [&] { EXPECT_FALSE(manager()->reportMsgImpl(record).valid()); }));
+    }
+}
+
+// Camera threads in a loop: whatever the timing, every call is either queued or shed, and
+// exactly the bound is queued while the workers are held.
+TEST_F(InFlightBoundTest, EveryCallOfAFloodIsAccountedFor) {
+    constexpr int kThreads = 8;
+    constexpr int kCallsPerThread = 5000;
+    const vistel_tools::LibraryDump before = libraryDump();
+    std::atomic<int> queued{0};
+    {
+        HeldWorkers held;
+        std::vector<std::thread> camera;
+        for (int t = 0; t < kThreads; ++t) {
+            camera.emplace_back([&queued] {
+                std::shared_ptr<orv::VistelEventBase> record = recordOf(orv::kEventMemLeak);
+                for (int i = 0; i < kCallsPerThread; ++i) {
+                    queued += manager()->reportMsgImpl(record).valid() ? 1 : 0;
+                }
+            });
+        }
+        for (std::thread& thread : camera) thread.join();
+    }
+    EXPECT_EQ(queued.load(), static_cast<int>(kBound));
+    const vistel_tools::DumpRow counted =
+            libraryDump().kinds.at(orv::kEventMemLeak) - before.kinds.at(orv::kEventMemLeak);
+    EXPECT_EQ(counted.records, static_cast<uint64_t>(kThreads * kCallsPerThread));
+    EXPECT_EQ(counted.shed, static_cast<uint64_t>(kThreads * kCallsPerThread - kBound));
+    EXPECT_EQ(counted.records, counted.outcomes());
+}
+
+// Far below the bound: a whole day of a busy camera's boot records handed over at once.
+TEST_F(InFlightBoundTest, ABootBurstShedsNothing) {
+    constexpr int kCameraOpens = 1000;  // a boot time-out and a scan message each
+    const vistel_tools::LibraryDump before = libraryDump();
+    {
+        HeldWorkers held;
+        for (int open = 0; open < kCameraOpens; ++open) {
+            for (orv::VistelEvent kind : {orv::kEventBootTimeout, orv::kEventScanMsg}) {
+                const vistel_tools::RecordInstance instance = vistel_tools::kinds()[kind].make();
+                static_cast<orv::vistelBootMsg*>(instance.body)->bootNodes.resize(1);
+                ASSERT_TRUE(manager()->reportMsgImpl(instance.record).valid());
+            }
+        }
+    }
+    EXPECT_EQ((libraryDump().total - before.total).shed, 0u);
+}
+
+}  // namespace
+}  // namespace vistel_test
