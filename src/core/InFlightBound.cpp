@@ -48,10 +48,12 @@ void InFlightBound::shed(VistelEvent kind) {
     row.addRecord();
     row.add(counters::Outcome::kShed);
     mShedSinceLine[kind].fetch_add(1, std::memory_order_relaxed);
+    const uint64_t refusals = mRefusals.fetch_add(1, std::memory_order_relaxed);
 
-    const int64_t now = systemTime(SYSTEM_TIME_MONOTONIC);
     if (!mShedding.load(std::memory_order_relaxed) && !mShedding.exchange(true)) {
-        mLastLineNs.store(now, std::memory_order_relaxed);
+        // Refusals are counted from the one that starts shedding.
+        mRefusals.store(1, std::memory_order_relaxed);
+        mLastLineNs.store(systemTime(SYSTEM_TIME_MONOTONIC), std::memory_order_relaxed);
         const SinceLastLine since = takeSinceLastLine();
         VISTEL_LOG_AT(ANDROID_LOG_ERROR, kDoor,
                       "%s() error: %u records in flight, shedding from now on: %llu refused, "
@@ -62,6 +64,8 @@ void InFlightBound::shed(VistelEvent kind) {
     }
     // At most one line a second while it goes on: whoever moves the time of the last line on
     // logs it.
+    if (refusals % kRefusalsPerClockRead != 0) return;
+    const int64_t now = systemTime(SYSTEM_TIME_MONOTONIC);
     int64_t last = mLastLineNs.load(std::memory_order_relaxed);
     if (now - last < kLineIntervalNs ||
         !mLastLineNs.compare_exchange_strong(last, now, std::memory_order_relaxed)) {

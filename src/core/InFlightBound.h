@@ -28,6 +28,9 @@ class InFlightBound {
     static constexpr uint32_t kBound = 4096;
     // Shedding is over once the records in flight are down to this many.
     static constexpr uint32_t kCaughtUp = kBound / 2;
+    // While shedding goes on, the clock is read for the next line only every this many refusals:
+    // a refused call stays a few atomic updates.
+    static constexpr uint64_t kRefusalsPerClockRead = 64;
 
     // The bound of the process's manager. Constant-initialised and never destroyed.
     static InFlightBound& instance();
@@ -70,6 +73,7 @@ class InFlightBound {
     std::atomic<uint32_t> mInFlight{0};
     std::atomic<uint32_t> mPeak{0};
     std::atomic<bool> mShedding{false};
+    std::atomic<uint64_t> mRefusals{0};
     // When the last line about shedding was logged, in systemTime() nanoseconds.
     std::atomic<int64_t> mLastLineNs{0};
     // Records shed per kind since the last line; whoever logs a line takes them.

@@ -92,36 +92,42 @@ TEST_F(InFlightBoundTest, ShedsPastTheBoundSaysSoSparinglyAndCountsIt) {
     fill(kBound, orv::kEventDumpTrace);
     ASSERT_TRUE(sheddingLines().empty());
 
-    shed(3, orv::kEventMemLeak);
-    shed(1, orv::kEventFrameDrop);
+    // The clock is read at every kRefusals-th refusal counted from the one that started
+    // shedding: a line can only come at one of those.
+    constexpr int kRefusals = InFlightBound::kRefusalsPerClockRead;
+    shed(1, orv::kEventMemLeak);
+    shed(kRefusals - 1, orv::kEventFrameDrop);
     EXPECT_EQ(sheddingLines(),
               std::vector<std::string>{"reportMsgImpl() error: 4096 records in flight, shedding "
                                        "from now on: 1 refused, most of kind 0 (MemLeak)"});
     FakeClock::advanceSeconds(0.5);
-    shed(10, orv::kEventFrameDrop);
+    shed(kRefusals, orv::kEventFrameDrop);
     EXPECT_EQ(sheddingLines().size(), 1u) << "a second has not passed";
     FakeClock::advanceSeconds(0.6);
-    shed(1, orv::kEventMemLeak);
+    shed(kRefusals - 1, orv::kEventMemLeak);
     ASSERT_EQ(sheddingLines().size(), 2u);
     EXPECT_EQ(sheddingLines()[1],
-              "reportMsgImpl() error: still shedding: 14 refused in the last 1100 ms, most of "
+              "reportMsgImpl() error: still shedding: 128 refused in the last 1100 ms, most of "
               "kind 27 (FrameDrop)");
+    shed(kRefusals, orv::kEventMemLeak);
+    EXPECT_EQ(sheddingLines().size(), 2u) << "a second has not passed since the last line";
 
     mLog.clear();
     held.release();
     const std::vector<std::string> after = sheddingLines();
     ASSERT_EQ(after.size(), 1u);
-    EXPECT_TRUE(std::regex_match(after[0], std::regex(R"(reportMsgImpl\(\) shedding stopped: 0 )"
+    EXPECT_TRUE(std::regex_match(after[0], std::regex(R"(reportMsgImpl\(\) shedding stopped: 126 )"
                                                       R"(more refused since the last line, )"
                                                       R"(\d+ records in flight)")))
             << after[0];
     EXPECT_EQ(mLog.lines().back().priority, ANDROID_LOG_INFO);
 
     const vistel_tools::LibraryDump dump = libraryDump();
-    EXPECT_EQ((dump.kinds.at(orv::kEventMemLeak) - before.kinds.at(orv::kEventMemLeak)).shed, 4u);
+    EXPECT_EQ((dump.kinds.at(orv::kEventMemLeak) - before.kinds.at(orv::kEventMemLeak)).shed,
+              2u * kRefusals);
     EXPECT_EQ((dump.kinds.at(orv::kEventFrameDrop) - before.kinds.at(orv::kEventFrameDrop)).shed,
-              11u);
-    EXPECT_EQ((dump.total - before.total).records, kBound + 15);
+              2u * kRefusals - 1);
+    EXPECT_EQ((dump.total - before.total).records, kBound + 4u * kRefusals - 1);
     EXPECT_EQ(dump.rowsNotAddingUp(), std::vector<std::string>{});
     EXPECT_EQ(dump.inFlight, "records in flight: 0 now, 4096 at most, shed beyond 4096");
 }
