@@ -185,6 +185,7 @@ void callAfterDestruction() {
 std::promise<void>& gWorkersReleased = *new std::promise<void>;
 
 void releaseWorkers() {
+    gForwardAll = true;  // the late task's line
     gWorkersReleased.set_value();
 }
 
