@@ -6,6 +6,8 @@
 #include <functional>
 #include <utility>
 
+#include "EventSchema.h"
+
 namespace vistel_replay {
 
 namespace {
@@ -222,9 +224,11 @@ ordered_json Describer::describeNode(const ordered_json& node, const std::string
         // the same description, once per entry. Shown once.
         description["optional"] = true;
         description["perEntryOf"] = map;
-        std::string key = description["key"];
-        key.replace(key.find('{'), key.find('}') - key.find('{') + 1, "[\\s\\S]*");
-        description["keyPattern"] = "^" + key + "$";
+        const std::string key = description["key"];
+        const size_t open = key.find('{');
+        const size_t close = key.find('}', open);
+        description["keyPattern"] = "^" + escapeRegex(key.substr(0, open)) + "[\\s\\S]*" +
+                                    escapeRegex(key.substr(close + 1)) + "$";
         if (previous != nullptr && *previous == description) continue;
         params.push_back(std::move(description));
         previous = &params.back();
@@ -344,7 +348,7 @@ std::optional<ordered_json> Describer::formattedText(const std::string& text) {
 ordered_json Describer::describeList(const ordered_json& param, const std::string& elementType,
                                      ordered_json& description) {
     description["type"] = "list";
-    description["of"] = wireType(elementType == "int" ? "int" : elementType, "vistel");
+    description["of"] = wireType(elementType, "vistel");
     std::vector<const Leaf*> leaves;
     for (const ordered_json& element : param["value"]) {
         leaves.push_back(matchValue(mSentinels, element).leaf);

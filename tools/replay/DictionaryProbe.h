@@ -6,10 +6,11 @@
 // B) tell constants from coincidences; containers can be filled to any size, one at a time, to
 // show how events multiply and what an empty one leaves out.
 //
-//     const Sentinels usual(kind.layout(), kRunA, usualSizes());
-//     ProbeScenario scenario;
-//     const auto first = scenario.report(kind, usual.values(), 0, errors);
-//     const auto second = scenario.report(kind, usual.values(), 0, errors);  // limited?
+//     const EventSource source{&kind};
+//     const Sentinels usual(source.layout(), kRunA, usualSizes());
+//     const ProbeScenario scenario;
+//     const auto first = scenario.run(source, usual.values(), 0, errors);
+//     const auto second = scenario.run(source, usual.values(), 0, errors);  // limited?
 #pragma once
 
 #include <deque>

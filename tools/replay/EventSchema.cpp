@@ -19,15 +19,6 @@ using nlohmann::ordered_json;
 constexpr char kUnsigned[] = "(0|[1-9][0-9]*)";
 constexpr char kSigned[] = "(0|-?[1-9][0-9]*)";
 
-std::string escapeRegex(const std::string& text) {
-    std::string escaped;
-    for (const char c : text) {
-        if (std::string("\\^$.|?*+()[]{}").find(c) != std::string::npos) escaped += '\\';
-        escaped += c;
-    }
-    return escaped;
-}
-
 template <typename T>
 ordered_json rangeOf() {
     return {{"type", "integer"},
@@ -190,6 +181,15 @@ void collectParents(const ordered_json& params, const std::string& parent,
 }
 
 }  // namespace
+
+std::string escapeRegex(const std::string& text) {
+    std::string escaped;
+    for (const char c : text) {
+        if (std::string("\\^$.|?*+()[]{}").find(c) != std::string::npos) escaped += '\\';
+        escaped += c;
+    }
+    return escaped;
+}
 
 ordered_json shapeSchema(const ordered_json& shape, ordered_json* defs) {
     const bool nested = !shape.contains("service");

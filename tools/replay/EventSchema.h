@@ -26,6 +26,9 @@ namespace vistel_replay {
 nlohmann::ordered_json shapeSchema(const nlohmann::ordered_json& shape,
                                    nlohmann::ordered_json* defs = nullptr);
 
+// `text` as a regular expression that matches it alone.
+std::string escapeRegex(const std::string& text);
+
 // "kinds 25 BootTimeout, 31 ScanMsg, direct sendBootMsg calls": where a dictionary entry's
 // events come from.
 std::string sourcesText(const nlohmann::ordered_json& entry);
