@@ -7,6 +7,7 @@
 #   make test        everything CI checks (TEST_STAGES below), from the host suite to arm64
 #   make test-libcxx build with clang and libc++, the device's C++ library, and run the suite
 #   make test-arm64  cross-build for arm64 (clang, libc++) and run the whole suite under qemu
+#   make test-schema check docs/events.schema.json against the events the host services receive
 #   make tidy        clang-tidy (.clang-tidy) over src/, platform/, service/ and tools/
 #   make test-abi    compare the ABI of libc_vistel.so and its records with the baseline in abi/
 #   make abi-baseline  write the baseline anew, after a deliberate change of the ABI
@@ -31,10 +32,11 @@ JOBS := 2
 HOST_BIN := $(BUILD_ROOT)/default
 
 # The stages of `make test`, in the order they run. Cheap ones first so a broken change fails fast:
-# the GCC and the clang + libc++ suites, the ABI and static checks on the latter's build, then
-# sanitizers, fuzzing and the emulated arm64 suite.
-TEST_STAGES := test-default test-libcxx test-abi test-tidy test-asan test-tsan test-valgrind \
-    test-fuzz test-arm64
+# the GCC suite and the event schema against real traffic on its build, the clang + libc++ suite,
+# the ABI and static checks on the latter's build, then sanitizers, fuzzing and the emulated arm64
+# suite.
+TEST_STAGES := test-default test-schema test-libcxx test-abi test-tidy test-asan test-tsan \
+    test-valgrind test-fuzz test-arm64
 
 # Sanitized suites stop at the first report and fail the stage; LeakSanitizer runs at every
 # process exit. No suppressions: nothing third-party has needed one.
@@ -55,7 +57,7 @@ FUZZ_DIR := $(BUILD_ROOT)/fuzz
 test-fuzz: FUZZ_SECONDS := 60
 
 .PHONY: deps deps-host deps-arm64 build test demo bench fuzz clean
-.PHONY: build-fuzz test-fuzz test-valgrind tidy test-tidy test-abi abi-baseline
+.PHONY: build-fuzz test-fuzz test-valgrind tidy test-tidy test-abi abi-baseline test-schema
 .PHONY: $(addprefix configure-,$(PRESETS)) $(addprefix build-,$(PRESETS))
 .PHONY: $(addprefix test-,$(PRESETS))
 
@@ -116,6 +118,16 @@ test-abi: build-libcxx
 	tools/check-abi.sh $(BUILD_ROOT)/libcxx
 abi-baseline: build-libcxx
 	tools/check-abi.sh --update $(BUILD_ROOT)/libcxx
+
+# Every event the host services receive over the camera day, the 8-thread stress test and the
+# fuzzer's seed corpus, validated against docs/events.schema.json with Debian's python3-jsonschema
+# (hence /usr/bin/python3, whatever python3 comes first in PATH). Seconds, on the host build.
+SCHEMA_TMP := $(abspath $(HOST_BIN)/schema-tmp)
+test-schema: build-default
+	rm -rf $(SCHEMA_TMP) && mkdir -p $(SCHEMA_TMP)
+	TMPDIR=$(SCHEMA_TMP) TEST_TMPDIR=$(SCHEMA_TMP) /usr/bin/python3 tools/check-event-schema.py \
+	    $(HOST_BIN)
+	tools/check-leftovers.sh $(SCHEMA_TMP)
 
 # memcheck over the demo: any error, or anything definitely lost, fails the stage.
 VALGRIND_DEMO := valgrind --tool=memcheck --error-exitcode=1 --leak-check=full \

@@ -5,8 +5,9 @@
 #
 # host:  compilers, AOSP liblog/libutils, libsafec, GoogleTest/Benchmark and GoogleTest's sources,
 #        sanitizer and fuzzer runtimes, valgrind, the Android.bp tools, libc++ (the device's C++
-#        library), clang-tidy and the ABI tools (abi-dumper, abi-compliance-checker, and ctags,
-#        with which abi-dumper finds the public headers' declarations).
+#        library), clang-tidy, the ABI tools (abi-dumper, abi-compliance-checker, and ctags,
+#        with which abi-dumper finds the public headers' declarations) and the JSON Schema
+#        validator the event schema stage runs (python3-jsonschema, for /usr/bin/python3).
 # arm64: clang and the aarch64 binutils and start files (with gcc's cross compiler), qemu-user and
 #        the arm64 builds of the libraries the library and its tests link against, plus the arm64
 #        7z.so and libc++ (see unpackArm64 below).
@@ -25,6 +26,7 @@ readonly kHostPackages=(
     blueprint-tools mini-soong
     libc++-14-dev libc++abi-14-dev clang-tidy-14
     abi-dumper abi-compliance-checker universal-ctags
+    python3-jsonschema
 )
 # Complete on its own, so `make test-arm64` works on a bare machine. nlohmann-json, GoogleTest's
 # sources (built against libc++ by the build itself) and libc++'s headers are the same for every

@@ -219,8 +219,8 @@ TEST(ReplayCommandTest, LibraryCountersAgreeWithTheReplay) {
 // of an unknown type, or with neither a field nor how it is computed.
 void collectNested(const nlohmann::json& params, std::set<long>& ids,
                    std::vector<std::string>& untyped) {
-    static const std::set<std::string> kTypes = {"integer", "integer64", "float",
-                                                 "text",    "list",      "events"};
+    static const std::set<std::string> kTypes = {"int32", "int64", "float",  "text",
+                                                 "decimal text", "list", "events"};
     for (const auto& param : params) {
         const bool explained = param.contains("field") != param.contains("computed");
         if (kTypes.count(param.value("type", "")) == 0 || !explained) {
@@ -232,13 +232,32 @@ void collectNested(const nlohmann::json& params, std::set<long>& ids,
     }
 }
 
+// The limit the dictionary found on the virtual clock, as the kind table (what --list,
+// --describe and the replay's lines show) writes it: "limitEventMemLeak, 3600 s per name".
+std::string asTableText(const nlohmann::json& limit) {
+    if (limit.at("policy").is_null()) return vistel_tools::describeLimit({nullptr, 0, ""});
+    const nlohmann::json& per = limit.at("per");
+    std::string scope = per.empty() ? "kind" : per.size() > 1 ? "(" : "";
+    for (size_t i = 0; i < per.size(); ++i) {
+        scope += (i == 0 ? "" : ", ") + per[i].at("field").get<std::string>();
+        if (per[i].contains("as")) scope += " (its bytes as text)";
+    }
+    if (per.size() > 1) scope += ")";
+    const std::string policy = limit["policy"];
+    return vistel_tools::describeLimit(
+            {policy.c_str(), limit.at("seconds").get<int>(), scope.c_str()});
+}
+
 // The dictionary the tool derives covers every event identifier the kind table says each kind
 // sends, nested events and the jank print included, and every parameter has a known type and
-// either a field or how it is computed.
-TEST(ReplayCommandTest, DictionaryCoversEveryKindsEvents) {
+// either a field or how it is computed. The limits it finds by running the library are those
+// of the kind table, and direct sendBootMsg calls are never limited.
+TEST(ReplayCommandTest, DictionaryCoversEveryKindsEventsAndLimits) {
     const ToolRun run = runTool({"--dictionary", "--json"});
     ASSERT_EQ(run.status, kExitOk) << run.err;
     std::map<uint32_t, std::set<long>> sentBy;
+    std::map<uint32_t, nlohmann::json> limitOf;
+    std::vector<nlohmann::json> callLimits;
     std::vector<std::string> untyped;
     std::istringstream lines(run.out);
     for (std::string line; std::getline(lines, line);) {
@@ -248,8 +267,21 @@ TEST(ReplayCommandTest, DictionaryCoversEveryKindsEvents) {
         if (!event.at("id").is_null()) ids.insert(event["id"].get<long>());
         collectNested(event.at("params"), ids, untyped);
         for (const auto& kind : event.at("kinds")) sentBy[kind].insert(ids.begin(), ids.end());
+        for (const auto& limit : event.at("limits")) {
+            if (limit.contains("call")) {
+                callLimits.push_back(limit);
+            } else {
+                limitOf[limit.at("kind").get<uint32_t>()] = limit;
+            }
+        }
     }
     EXPECT_EQ(untyped, std::vector<std::string>());
+    EXPECT_EQ(callLimits, std::vector<nlohmann::json>({{{"call", "sendBootMsg"},
+                                                        {"policy", nullptr}}}));
+    for (const vistel_tools::KindInfo& info : vistel_tools::kinds()) {
+        EXPECT_EQ(asTableText(limitOf.at(info.kind)), vistel_tools::describeLimit(info.limit))
+                << info.name;
+    }
     for (const vistel_tools::KindInfo& info : vistel_tools::kinds()) {
         std::set<long> expected;
         const std::string events = info.events;

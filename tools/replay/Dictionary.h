@@ -1,13 +1,13 @@
-// The event dictionary: every event the library can send, with every parameter, derived by
-// running the library rather than written by hand, so it cannot drift from the code.
+// The event dictionary: every event the library can send, with every parameter, its type on the
+// wire and its limits, derived by running the library rather than written by hand, so it cannot
+// drift from the code.
 //
-// Each kind's record is filled with distinct sentinel values (every number, every text, every
-// map key its own), reported through the host services, and what they received is matched back
-// to the fields: a parameter holding a field's sentinel comes from that field; one holding none
-// is computed, and the dictionary says how (a constant, a formatted text, a list, an element's
-// position). Records whose containers are filled far beyond their usual size show how events
-// multiply (one per element, a cap, batches). A second run with other sentinels tells constants
-// from values that merely happened to match.
+// Each source of events (a kind's records, and sendBootMsg called directly) gets records filled
+// with distinct sentinel values (DictionaryProbe.h); what the services received is matched back
+// to the fields (DictionaryMatch.h). Records with one container filled far beyond its usual size
+// show how events multiply (one per element, a cap, batches); records with one container empty
+// show what a consumer cannot count on; a second run with other sentinels tells constants from
+// coincidences; the rate limits are found on the virtual clock (DictionaryLimits.h).
 //
 //     const Dictionary dictionary = deriveDictionary();
 //     if (dictionary.errors.empty()) printDictionaryMarkdown(dictionary, std::cout);
@@ -22,13 +22,30 @@ namespace vistel_replay {
 
 struct Dictionary {
     // One object per event shape, in identifier order, then one per kind that sends nothing:
-    //   {"id": 918000000, "service": "vistel", "kinds": [0],
-    //    "params": [{"index": 0, "type": "text", "field": "name"}, ...],
-    //    "limits": [{"kind": 0, "policy": "limitEventMemLeak", "seconds": 3600, "per": "name"}]}
-    // A parameter has "index" or "key", "type" (integer, integer64, float, text, list, events),
-    // then "field" (with "how" when the field is converted or repeated) or "computed" (how).
-    // A list of nested events carries their "id" and "params". An event may add "how" (how many
-    // a record sends) and "unread" (fields of the kinds' records that no parameter carries).
+    //   {"id": 918000000, "service": "vistel", "schema": "vistel-918000000", "kinds": [0],
+    //    "sent": {"per": "record"},
+    //    "limits": [{"kind": 0, "policy": "limitEventMemLeak", "seconds": 3600, ...}],
+    //    "params": [{"index": 0, "type": "text", "source": "char[64]", "field": "name"}, ...]}
+    //
+    // "schema" names the shape's definition in the JSON Schema (eventSchema()); "calls" lists
+    // sources that are not kinds ("sendBootMsg"); "limits" has one entry per kind and call (see
+    // DictionaryLimits.h). "sent" says how many a record sends: "per" is "record", "element"
+    // (one per element of the container "of", at most "cap") or "batch" (one per "size"
+    // elements of "of"); "noneWhenEmpty" lists containers with which, empty, nothing is sent.
+    // "tellApart" says how a consumer tells this shape from the others of its identifier
+    // ({"by": "parameter count" | "key" | "form of <param>" | "nothing", "value": ...}), and
+    // "sourcesAlike" that nothing in the event tells its several sources apart. "unread" lists
+    // the record's fields no parameter carries.
+    //
+    // A parameter has "index" (Vistel, by index) or "key" (a name; "{m}COST" is one parameter
+    // per entry of the map m, named by the entry's key: "optional", "perEntryOf", "keyPattern");
+    // "keyIsOurs" marks a label of ours for the argument at "argument" (the jank print's). Its
+    // "type" on the wire is "int32", "int64", "float", "text", "decimal text" (with its
+    // "decimals"), "list" (of "of", "count" elements) or "events" (nested events "id", "params",
+    // at most "cap" or "batch", "mayBeEmpty"); "source" is the record field's C type where it
+    // differs. Then "field", the record field it comes from, or "computed": {"constant": v},
+    // {"position": container, "from": 0}, {"joined": fields, "each": type, "count": n,
+    // "in": "decimal", "separator": ","}, {"format": "...{field}..."} or {"varies": true}.
     std::vector<nlohmann::ordered_json> events;
     // Why the library's behaviour could not be described; empty on success.
     std::vector<std::string> errors;
@@ -40,5 +57,11 @@ Dictionary deriveDictionary();
 void printDictionaryJson(const Dictionary& dictionary, std::ostream& out);
 // The same as Markdown: an index, then one section per event with a table of its parameters.
 void printDictionaryMarkdown(const Dictionary& dictionary, std::ostream& out);
+
+// The JSON Schema (draft 2020-12) of every event as the services receive it: one definition
+// per shape, named by the entries' "schema", nested events by reference.
+nlohmann::ordered_json eventSchema(const Dictionary& dictionary);
+// Written indented, short objects and arrays on one line.
+void printEventSchema(const Dictionary& dictionary, std::ostream& out);
 
 }  // namespace vistel_replay

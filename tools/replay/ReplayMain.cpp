@@ -20,7 +20,7 @@ constexpr char kUsage[] =
         "   (- reads stdin)\n"
         "       vistel-replay --list\n"
         "       vistel-replay --describe KIND\n"
-        "       vistel-replay --dictionary [--json]\n"
+        "       vistel-replay --dictionary [--json | --schema]\n"
         "\n"
         "Replays camera records through libc_vistel on a virtual clock and shows what the\n"
         "reporting services received and what the rate limiter dropped.\n"
@@ -35,7 +35,8 @@ constexpr char kUsage[] =
         "                  number, a name such as MemLeak, or a handler such as dumpTrace\n"
         "  --dictionary    every event the library sends and every parameter, with the\n"
         "                  record field it comes from, derived by running the library\n"
-        "                  (Markdown; with --json one JSON object per event)\n"
+        "                  (Markdown; with --json one JSON object per event, with\n"
+        "                  --schema the JSON Schema of the events as received)\n"
         "\n"
         "A scenario is a JSON array of steps such as\n"
         "  {\"at\": 30, \"kind\": \"MemLeak\", \"name\": \"FeatureNode\", \"value1\": 3}\n"
@@ -48,6 +49,7 @@ constexpr char kUsage[] =
 struct CommandLine {
     enum class Action { kReplay, kList, kDescribe, kDictionary, kHelp } action = Action::kReplay;
     ReportOptions report;
+    bool schema = false;  // --dictionary as JSON Schema
     std::string operand;  // the scenario, or the kind to describe
 };
 
@@ -72,6 +74,8 @@ std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& args
             command.action = CommandLine::Action::kDescribe;
         } else if (arg == "--dictionary") {
             command.action = CommandLine::Action::kDictionary;
+        } else if (arg == "--schema") {
+            command.schema = true;
         } else if (arg == "--help" || arg == "-h") {
             command.action = CommandLine::Action::kHelp;
         } else if (arg.size() > 1 && arg[0] == '-') {
@@ -108,7 +112,7 @@ int describe(const std::string& kindText, std::ostream& out, std::ostream& err) 
     return kExitOk;
 }
 
-int printDictionary(bool json, std::ostream& out, std::ostream& err) {
+int printDictionary(const CommandLine& command, std::ostream& out, std::ostream& err) {
     const Dictionary dictionary = deriveDictionary();
     if (!dictionary.errors.empty()) {
         for (const std::string& error : dictionary.errors) {
@@ -117,7 +121,9 @@ int printDictionary(bool json, std::ostream& out, std::ostream& err) {
         err << "vistel-replay: the dictionary could not be derived\n";
         return kExitBadInput;
     }
-    if (json) {
+    if (command.schema) {
+        printEventSchema(dictionary, out);
+    } else if (command.report.json) {
         printDictionaryJson(dictionary, out);
     } else {
         printDictionaryMarkdown(dictionary, out);
@@ -186,7 +192,7 @@ int replayMain(const std::vector<std::string>& args, std::ostream& out, std::ost
         case CommandLine::Action::kDescribe:
             return describe(command->operand, out, err);
         case CommandLine::Action::kDictionary:
-            return printDictionary(command->report.json, out, err);
+            return printDictionary(*command, out, err);
         case CommandLine::Action::kReplay:
             break;
     }
