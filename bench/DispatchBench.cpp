@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "BenchSupport.h"
+#include "InFlightBound.h"
 
 namespace vistel_bench {
 
@@ -214,6 +215,25 @@ void measureLatency(benchmark::State& state, Call call) {
     }
     reportPercentiles(state, samples, mine);
 }
+
+// ---- A refused call: the records in flight at the bound ----
+
+// The same code as reportRecord: noipa keeps GCC from folding the two into one function, which
+// dispatch-instructions.sh could then no longer tell apart.
+[[gnu::noipa]] void refuseRecord(const Record& record) {
+    orv::VistelManager::GetInstance()->reportMsgImpl(record);
+}
+
+// Every worker held and the bound filled, so each call is shed at the door.
+void BM_ReportMsgImplRefused(benchmark::State& state) {
+    ScopedLogSink logOff(LogSink::kOff);
+    WorkerHold hold;
+    std::vector<Record> queued = makeRecords(orv::InFlightBound::kBound);
+    for (const Record& record : queued) reportRecord(record);
+    const Record record = makeRecord();
+    for (auto _ : state) refuseRecord(record);
+}
+BENCHMARK(BM_ReportMsgImplRefused);
 
 [[maybe_unused]] const bool kRegistered = [] {
     for (const DispatchCall& c : kCalls) {

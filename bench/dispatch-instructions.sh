@@ -4,8 +4,9 @@
 #
 #   bench/dispatch-instructions.sh [build-dir]      (default: build/default)
 #
-# Runs BM_EnqueueFloor and BM_ReportMsgImpl under callgrind and prints, per call, what the
-# caller executes (one report against one bare task, as the benchmarks make them) and what a
+# Runs BM_EnqueueFloor, BM_ReportMsgImpl and BM_ReportMsgImplRefused under callgrind and prints,
+# per call, what the caller executes (one report against one bare task, as the benchmarks make
+# them, and one report shed at the door with the records in flight at the bound) and what a
 # worker executes to run and release the task. Whoever drops the last reference to a task's
 # shared state frees it, so a few frees move between caller and worker from run to run; the run
 # figures are steady. That record's reporter answers without sending, so a second run
@@ -19,7 +20,7 @@ build=${1:-build/default}
 bench=$build/bench/vistel_bench
 [ -x "$bench" ] || { echo "$bench not built" >&2; exit 1; }
 out=$(mktemp /tmp/vistel-dispatch.XXXXXX)
-trap 'rm -f "$out" "$out.dispatch" "$out.reporters"' EXIT
+trap 'rm -f "$out" "$out.dispatch" "$out.refused" "$out.reporters"' EXIT
 
 # The call tree of the benchmarks matching $1, into $2; every function, however small its share.
 profile() {
@@ -28,6 +29,8 @@ profile() {
     callgrind_annotate --tree=calling --threshold=100 "$out" >"$2" 2>/dev/null
 }
 profile 'BM_(ReportMsgImpl|EnqueueFloor)$' "$out.dispatch"
+# Apart: its thousands of queued records run when it ends, and would blur the worker's figures.
+profile 'BM_ReportMsgImplRefused$' "$out.refused"
 profile 'BM_SteadyMemory' "$out.reporters"
 
 # Every call edge reads "<instructions> (<share>)  >   <callee> (<calls>x)"; sum them per callee
@@ -54,6 +57,11 @@ END {
                "^[^ ]*:orv::VistelManager::sendMemoryExceedThreshold\\(")
         exit
     }
+    if (FILENAME ~ /refused$/) {
+        report("caller: one refused report (refuseRecord)",
+               "^[^ ]*:vistel_bench::\\(anonymous namespace\\)::refuseRecord\\(.*\\)$")
+        exit
+    }
     floor = "QorThreadManager::enqueue<vistel_bench::"
     handler = "QorThreadManager::enqueue<std::function<int"
     own = "^[^ ]*:vistel_bench::\\(anonymous namespace\\)::"
@@ -66,4 +74,5 @@ END {
     report("worker: release the bare task", "_Function_handler<void \\(\\), " floor ".*_M_manager")
 }'
 awk "$program" "$out.dispatch"
+awk "$program" "$out.refused"
 awk "$program" "$out.reporters"

@@ -18,8 +18,7 @@ void destroyEvent(const VistelLibLoader* loader, void*& eventObj) {
 }
 
 // The loader and the object an indexed setter or the send needs; logs what is missing.
-bool haveLoaderAndObject(const char* function, const VistelLibLoader* loader,
-                         const void* eventObj) {
+bool haveLoaderAndObject(const char* function, const VistelLibLoader* loader, const void* eventObj) {
     if (loader == nullptr) {
         VISTEL_LOG_AT(ANDROID_LOG_ERROR, function, "%s() error: mLibLoader is NULL", function);
         return false;

@@ -18,11 +18,7 @@ constexpr const char kDoor[] = "reportMsgImpl";
 
 }  // namespace
 
-InFlightBound& InFlightBound::instance() {
-    // Constant-initialised, with nothing to destroy: reports may still come and go at exit.
-    static InFlightBound sBound;
-    return sBound;
-}
+InFlightBound gInFlightBound;
 
 void InFlightBound::raisePeak(uint32_t count) {
     uint32_t peak = mPeak.load(std::memory_order_relaxed);

@@ -32,7 +32,7 @@ class InFlightBound {
     // a refused call stays a few atomic updates.
     static constexpr uint64_t kRefusalsPerClockRead = 64;
 
-    // The bound of the process's manager. Constant-initialised and never destroyed.
+    // The bound of the process's manager.
     static InFlightBound& instance();
 
     // Camera thread, for a record of `kind` about to be queued: true when it may be (it now
@@ -79,5 +79,12 @@ class InFlightBound {
     // Records shed per kind since the last line; whoever logs a line takes them.
     std::atomic<uint64_t> mShedSinceLine[kVistelEventCount] = {};
 };
+
+// Constant-initialised, with nothing to destroy: reports may still come and go at exit.
+extern InFlightBound gInFlightBound;
+
+inline InFlightBound& InFlightBound::instance() {
+    return gInFlightBound;
+}
 
 }  // namespace orv

@@ -34,11 +34,11 @@ static_assert(sizeof(std::vector<int>) == 24);
 static_assert(sizeof(std::unordered_map<std::string, std::vector<orv::vistelBootStepCost>>) ==
               BY_STDLIB(56, 40));
 
-#define RECORD(type, size, align)                                     \
-    static_assert(sizeof(orv::type) == (size), #type ": size");       \
+#define RECORD(type, size, align)                               \
+    static_assert(sizeof(orv::type) == (size), #type ": size"); \
     static_assert(alignof(orv::type) == (align), #type ": alignment")
 // A field's size is its type's: for a container, the slot it takes in the record.
-#define FIELD(type, field, offset, size)                                          \
+#define FIELD(type, field, offset, size)                                                 \
     static_assert(offsetof(orv::type, field) == (offset), #type "::" #field ": offset"); \
     static_assert(sizeof(decltype(orv::type::field)) == (size), #type "::" #field ": size")
 

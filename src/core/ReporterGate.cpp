@@ -4,12 +4,14 @@
 
 namespace orv {
 
-ReporterGate& reporterGate() {
-    // In static storage, not on the heap: the first report may be the one that finds memory
-    // exhausted. Never destroyed.
-    alignas(ReporterGate) static unsigned char sStorage[sizeof(ReporterGate)];
-    static ReporterGate* const sGate = new (sStorage) ReporterGate();
-    return *sGate;
-}
+namespace {
+
+// In static storage, not on the heap: the first report may be the one that finds memory
+// exhausted.
+alignas(ReporterGate) unsigned char gGateStorage[sizeof(ReporterGate)];
+
+}  // namespace
+
+ReporterGate& gReporterGate = *new (gGateStorage) ReporterGate();
 
 }  // namespace orv

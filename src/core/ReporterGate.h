@@ -49,9 +49,11 @@ class BasicReporterGate {
     class Pass {
       public:
         Pass(BasicReporterGate& gate, GateHolder holder)
-            : mGate(gate), mHolder(holder), mEntry(gate.enter(holder)) {}
+            : mGate(gate),
+              mPasses(holder == GateHolder::kReporter ? &passesOfThisThread() : nullptr),
+              mEntry(gate.enter(mPasses)) {}
         ~Pass() {
-            if (mEntry != Entry::kRefused) mGate.leave(mHolder);
+            if (mEntry != Entry::kRefused) mGate.leave(mPasses);
         }
         Pass(const Pass&) = delete;
         Pass& operator=(const Pass&) = delete;
@@ -63,7 +65,8 @@ class BasicReporterGate {
 
       private:
         BasicReporterGate& mGate;
-        const GateHolder mHolder;
+        // This thread's count of reporter passes, looked up once; null for a caller's pass.
+        int* const mPasses;
         const Entry mEntry;
     };
 
@@ -91,8 +94,8 @@ class BasicReporterGate {
         return sPasses;
     }
 
-    Entry enter(GateHolder holder) {
-        int* passes = holder == GateHolder::kReporter ? &passesOfThisThread() : nullptr;
+    // `passes`: this thread's count of reporter passes, or null for a caller's pass.
+    Entry enter(int* passes) {
         if (passes != nullptr && *passes > 0) {
             // Inside this thread's own pass: the shared count already holds the manager.
             ++*passes;
@@ -110,8 +113,8 @@ class BasicReporterGate {
         return Entry::kEntered;
     }
 
-    void leave(GateHolder holder) {
-        if (holder == GateHolder::kReporter && --passesOfThisThread() > 0) return;
+    void leave(int* passes) {
+        if (passes != nullptr && --*passes > 0) return;
         release();
     }
 
@@ -132,8 +135,13 @@ class BasicReporterGate {
 
 using ReporterGate = BasicReporterGate<>;
 
-// The gate of the process's manager. In static storage and never destroyed: late tasks and late
-// callers ask it while the process exits.
-ReporterGate& reporterGate();
+// The gate of the process's manager. Built in static storage when the library is loaded, before
+// anything can report, and never destroyed: late tasks and late callers ask it while the process
+// exits. A reference rather than a function keeps the lookup to one load on the camera thread.
+extern ReporterGate& gReporterGate;
+
+inline ReporterGate& reporterGate() {
+    return gReporterGate;
+}
 
 }  // namespace orv

@@ -9,9 +9,11 @@
 //         return reportFailed(__func__, e);
 //     }
 //
-// A handler run by its queued task enters inside the task's own pass; a handler called directly
-// by the camera stack enters on its own, is refused once the manager is being destroyed, and
-// counts its record itself (the dispatch wrapper counts the queued ones). When the scope ends,
+// The scope is the reporter's pass of the gate. A handler run by its queued task enters again
+// inside the task's own pass, on the same thread; a handler called directly by the camera stack
+// enters on its own, and once the manager is being destroyed is refused and answers its
+// not-initialised result at once. It counts the record (a queued one whose task was refused is
+// counted by the dispatch wrapper instead), then, when it ends,
 // exactly one outcome is counted: the one the reporter decided (not initialised, limited), or else
 // failed if a service refused one of its events or memory ran out on the way (an exception is
 // leaving the reporter), sent if the services took at least one event, no event otherwise.
@@ -39,11 +41,8 @@ inline void logManagerDestroyed(const char* reporter) {
 class ReporterScope {
   public:
     ReporterScope(const char* reporter, counters::KindCounters& row)
-        : mReporter(reporter),
-          mRow(row),
-          mPass(reporterGate(), GateHolder::kReporter),
-          mUncaught(std::uncaught_exceptions()) {
-        if (!mPass.reentered()) mRow.addRecord();
+        : mReporter(reporter), mRow(row), mPass(reporterGate(), GateHolder::kReporter) {
+        mRow.addRecord();
         if (!mPass.entered()) {
             logManagerDestroyed(mReporter);
             mDecided = counters::Outcome::kNotInitialised;
@@ -75,7 +74,10 @@ class ReporterScope {
   private:
     counters::Outcome outcome() const {
         if (mDecided != kUndecided) return mDecided;
-        if (mServiceRefused || std::uncaught_exceptions() > mUncaught) {
+        // An exception leaving the reporter is memory that ran out while it built an event. (A
+        // handler called from a destructor while another exception unwinds counts as failed too;
+        // none of ours is.)
+        if (mServiceRefused || std::uncaught_exceptions() > 0) {
             return counters::Outcome::kFailed;
         }
         return mEventsTaken > 0 ? counters::Outcome::kSent : counters::Outcome::kNoEvent;
@@ -87,7 +89,6 @@ class ReporterScope {
     const char* mReporter;
     counters::KindCounters& mRow;
     ReporterGate::Pass mPass;
-    const int mUncaught;
     counters::Outcome mDecided = kUndecided;
     uint64_t mEventsTaken = 0;
     bool mServiceRefused = false;

@@ -1,14 +1,13 @@
 // What became of the records since the process started, per kind, for VistelManager::dump().
 //
-// Every record handed to the library is counted once where it arrives (the dispatch wrapper on
-// the worker that runs it, a handler or sendBootMsg called directly, or the camera thread for a
-// record shed at the door, which never reaches a worker) and ends in exactly one outcome, counted
-// where it is decided (the reporter's ReporterScope, or the dispatch wrapper for a record that
-// arrives after the manager is gone). Counted apart, the two must agree: records is the sum of
-// the outcome columns once nothing is in flight. The events column counts the events the services
-// took, which is not a count of records: one frame drop record sends one event per group, one
-// boot record one per node. Work with no record behind it, sendBootMsg called directly by the
-// camera stack, has a row of its own, a call counted as a record.
+// Every record handed to the library is counted once where it arrives (its reporter's
+// ReporterScope, whether queued or called directly; the dispatch wrapper for a queued record that
+// starts after the manager is gone; the camera thread for a record shed at the door, which never
+// reaches a worker) and ends in exactly one outcome, counted where it is decided. Counted apart, the
+// two must agree: records is the sum of the outcome columns once nothing is in flight. The events
+// column counts the events the services took, which is not a count of records: one frame drop record
+// sends one event per group, one boot record one per node. Work with no record behind it, sendBootMsg
+// called directly by the camera stack, has a row of its own, a call counted as a record.
 //
 // Relaxed atomics: every count is exact on its own, and nothing else is ordered by them. A dump
 // taken while records are in flight may see a record's outcome counted and its events not yet.
@@ -17,11 +16,13 @@
 #include <VistelRecords.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 namespace orv {
 namespace counters {
 
+// In the dump's column order.
 enum class Outcome {
     kSent,            // every event it handed to a service was taken
     kLimited,         // the rate limiter dropped it
@@ -30,44 +31,20 @@ enum class Outcome {
     kFailed,          // a service refused one of its events, or memory ran out building one
     kShed,            // refused at the door: too many records in flight
 };
+constexpr size_t kOutcomes = static_cast<size_t>(Outcome::kShed) + 1;
 
 // One cache line per row, so that workers running different kinds never write to the same one.
 struct alignas(64) KindCounters {
     std::atomic<uint64_t> records{0};
-    std::atomic<uint64_t> sent{0};
-    std::atomic<uint64_t> limited{0};
-    std::atomic<uint64_t> noEvent{0};
-    std::atomic<uint64_t> notInitialised{0};
-    std::atomic<uint64_t> failed{0};
-    std::atomic<uint64_t> shed{0};
-    std::atomic<uint64_t> events{0};  // events the services took
+    std::atomic<uint64_t> outcomes[kOutcomes] = {};  // indexed by Outcome
+    std::atomic<uint64_t> events{0};                 // events the services took
 
-    void addRecord() { bump(records); }
-    void add(Outcome outcome) { bump(of(outcome)); }
+    void addRecord() { records.fetch_add(1, std::memory_order_relaxed); }
+    void add(Outcome outcome) {
+        outcomes[static_cast<size_t>(outcome)].fetch_add(1, std::memory_order_relaxed);
+    }
     void addEvents(uint64_t count) {
         if (count != 0) events.fetch_add(count, std::memory_order_relaxed);
-    }
-
-  private:
-    std::atomic<uint64_t>& of(Outcome outcome) {
-        switch (outcome) {
-            case Outcome::kSent:
-                return sent;
-            case Outcome::kLimited:
-                return limited;
-            case Outcome::kNoEvent:
-                return noEvent;
-            case Outcome::kNotInitialised:
-                return notInitialised;
-            case Outcome::kFailed:
-                return failed;
-            case Outcome::kShed:
-                break;
-        }
-        return shed;
-    }
-    static void bump(std::atomic<uint64_t>& counter) {
-        counter.fetch_add(1, std::memory_order_relaxed);
     }
 };
 

@@ -24,32 +24,25 @@ namespace {
 
 constexpr const char kServiceLibrary[] = "libvistel.so";
 
-// One row's figures, read once.
+// One row's figures, read once: records, the outcomes in their column order, events.
 struct Row {
     unsigned long long records = 0;
-    unsigned long long sent = 0;
-    unsigned long long limited = 0;
-    unsigned long long noEvent = 0;
-    unsigned long long notInitialised = 0;
-    unsigned long long failed = 0;
-    unsigned long long shed = 0;
+    unsigned long long outcomes[counters::kOutcomes] = {};
     unsigned long long events = 0;
 
     static Row read(const counters::KindCounters& counted) {
         constexpr auto kRelaxed = std::memory_order_relaxed;
-        return {counted.records.load(kRelaxed),        counted.sent.load(kRelaxed),
-                counted.limited.load(kRelaxed),        counted.noEvent.load(kRelaxed),
-                counted.notInitialised.load(kRelaxed), counted.failed.load(kRelaxed),
-                counted.shed.load(kRelaxed),           counted.events.load(kRelaxed)};
+        Row row;
+        row.records = counted.records.load(kRelaxed);
+        for (size_t i = 0; i < counters::kOutcomes; ++i) {
+            row.outcomes[i] = counted.outcomes[i].load(kRelaxed);
+        }
+        row.events = counted.events.load(kRelaxed);
+        return row;
     }
     void add(const Row& other) {
         records += other.records;
-        sent += other.sent;
-        limited += other.limited;
-        noEvent += other.noEvent;
-        notInitialised += other.notInitialised;
-        failed += other.failed;
-        shed += other.shed;
+        for (size_t i = 0; i < counters::kOutcomes; ++i) outcomes[i] += other.outcomes[i];
         events += other.events;
     }
 };
@@ -159,8 +152,9 @@ class DumpWriter {
 constexpr const char kRowFormat[] = "%4s %-32s %9llu %9llu %9llu %9llu %15llu %9llu %9llu %9llu";
 
 void writeRow(DumpWriter& out, const char* kind, const char* name, const Row& row) {
-    out.line(kRowFormat, kind, name, row.records, row.sent, row.limited, row.noEvent,
-             row.notInitialised, row.failed, row.shed, row.events);
+    static_assert(counters::kOutcomes == 6, "a column per outcome");
+    const unsigned long long* o = row.outcomes;
+    out.line(kRowFormat, kind, name, row.records, o[0], o[1], o[2], o[3], o[4], o[5], row.events);
 }
 
 // What the manager itself holds, read inside a pass of its gate: nothing once it is destroyed.

@@ -90,22 +90,23 @@ const char* handlerName(VistelEvent kind) {
 // copies of the handlers.
 Registration gEntries[kVistelEventCount] = {};
 
-// Runs one queued record through its reporter, inside a pass of the gate: a task that starts once
-// the manager is being destroyed reads nothing of it, not even the handler table. The record is
-// counted here, on the worker (the camera thread that queued it pays nothing), and leaves the
-// records in flight once its reporter is done with it.
+// Runs one queued record through its reporter, inside a pass of the gate: a task that starts
+// once the manager is being destroyed calls nothing of it. The reporter's own ReporterScope then
+// enters again on this thread, without touching the gate's count. The record leaves the records in
+// flight once its reporter is done with it (the record itself released on the way out of the
+// handler).
 int runQueued(VistelManager* manager, const Registration& entry,
               std::shared_ptr<VistelEventBase> record) {
-    counters::KindCounters& row = counters::of(entry.kind);
-    row.addRecord();
     int result = -1;
     {
         ReporterGate::Pass pass(reporterGate(), GateHolder::kReporter);
         if (pass.entered()) {
             result = (manager->*entry.handler)(std::move(record));
         } else {
-            logManagerDestroyed(entry.name);
+            counters::KindCounters& row = counters::of(entry.kind);
+            row.addRecord();
             row.add(counters::Outcome::kNotInitialised);
+            logManagerDestroyed(entry.name);
             record.reset();
         }
     }
@@ -234,35 +235,36 @@ std::future<int> VistelManager::reportMsgImpl(std::shared_ptr<VistelEventBase> e
         VLOGE("%s() VistelManager::reportMsgImpl bad arg", __func__);
         return {};
     }
+    VistelEvent kind = event->GetEventType();
+    // Shed before anything else: a refused call is a few atomic updates, and reads nothing of the
+    // manager.
+    InFlightBound& inFlight = InFlightBound::instance();
+    const bool known = kind < kVistelEventCount;
+    if (known && !inFlight.admit(kind)) return {};
     // Held while this call reads the manager: it is not destroyed under a camera thread that is
     // still here, and once it is being destroyed nothing of it is read.
     ReporterGate::Pass pass(reporterGate(), GateHolder::kCaller);
+    auto handler = pass.entered() && known ? mFuncMap.find(kind) : mFuncMap.end();
     if (!pass.entered()) {
         VLOGE("%s() error: manager destroyed, record dropped", __func__);
-        return {};
-    }
-    VistelEvent kind = event->GetEventType();
-    auto handler = mFuncMap.find(kind);
-    if (handler == mFuncMap.end()) {
+    } else if (handler == mFuncMap.end()) {
         VLOGE("%s() unknown event:%d, skip handling", __func__, kind);
-        return {};
-    }
-    if (mThreadManager == nullptr) {
+    } else if (mThreadManager == nullptr) {
         VLOGE("%s() error: no worker pool, event:%d not queued", __func__, kind);
-        return {};
+    } else {
+        try {
+            // The task takes over this call's reference: the caller's copy was made for it, and
+            // a second copy would cost two more atomic updates shared with the worker that drops
+            // it.
+            return mThreadManager->enqueue(handler->second, std::move(event));
+        } catch (const std::exception& e) {
+            // Memory ran out while the task was built or queued: nothing was queued.
+            VLOGE("%s() error: %s, event:%d not queued", __func__, e.what(), kind);
+        }
     }
-    InFlightBound& inFlight = InFlightBound::instance();
-    if (!inFlight.admit(kind)) return {};
-    // The task takes over this call's reference: the caller's copy was made for it, and a
-    // second copy would cost two more atomic updates shared with the worker that drops it.
-    try {
-        return mThreadManager->enqueue(handler->second, std::move(event));
-    } catch (const std::exception& e) {
-        // Memory ran out while the task was built or queued: nothing was queued.
-        inFlight.finished();
-        VLOGE("%s() error: %s, event:%d not queued", __func__, e.what(), kind);
-        return {};
-    }
+    // Nothing was queued.
+    if (known) inFlight.finished();
+    return {};
 }
 
 }  // namespace orv

@@ -7,8 +7,10 @@
 //     held            returns while a memory leak report is held inside the limiter, and lets it
 //                     go only once the manager's destructor has given up waiting for it
 //     service-held    the same, with the report held inside the service's send call
-//     camera-held     returns while a camera thread is inside reportMsgImpl (its record's
-//                     GetEventType() waits), let go once the destructor has given up
+//     camera-held     returns while a camera thread is inside reportMsgImpl, holding its pass (the
+//                     allocation of its task waits), let go once the destructor has given up
+//     camera-asking   returns while a camera thread's record is asked its kind, before
+//                     reportMsgImpl takes its pass; let go once the manager is destroyed
 //     after           calls every entry point once the manager is destroyed: reportMsgImpl,
 //                     handlers, sendBootMsg, dump()
 //     late            holds every worker of the pool, queues a report behind them, and lets them
@@ -42,6 +44,7 @@
 #include <cstring>
 #include <future>
 #include <mutex>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -52,7 +55,7 @@ constexpr int kRecords = 2000;
 constexpr nsecs_t kNowNs = 5000 * 1000000000LL;
 
 // Where a mode holds the first thread that gets there.
-enum class HoldPoint { kNone, kClock, kServiceSend, kRecordKind };
+enum class HoldPoint { kNone, kClock, kServiceSend, kRecordKind, kAllocation };
 
 // Holds one thread at the armed point until told to go on.
 class Hold {
@@ -151,6 +154,20 @@ struct HeldLeak : orv::vistelMemLeak {
     }
 };
 
+// ---- The camera thread's allocations, held at the first one once it asks -------------------
+
+thread_local bool tHoldFirstAllocation = false;
+
+void* allocate(size_t size) {
+    if (tHoldFirstAllocation) {
+        tHoldFirstAllocation = false;
+        gHold.holdHere(HoldPoint::kAllocation);
+    }
+    void* block = malloc(size == 0 ? 1 : size);
+    if (block == nullptr) throw std::bad_alloc();
+    return block;
+}
+
 // ---- Modes -------------------------------------------------------------------------------------
 
 // Lets the held thread go and waits for what it was doing; registered before the manager is
@@ -161,6 +178,7 @@ void releaseHeldReport() {
 }
 
 void releaseCameraThread() {
+    gForwardAll = true;  // what the camera thread's call logs
     gHold.release();
     gCameraThread->join();
 }
@@ -198,14 +216,14 @@ std::future<int> reportBehindHeldWorkers() {
     manager();
     QorThreadManager* pool = QorThreadManager::GetInstance();
     std::shared_future<void> released = gWorkersReleased.get_future().share();
-    auto* started = new std::atomic<size_t>{0};
+    static std::atomic<size_t> started{0};
     for (size_t i = 0; i < pool->workerCount(); ++i) {
-        pool->enqueue([released, started] {
-            ++*started;
+        pool->enqueue([released] {
+            ++started;
             released.wait();
         });
     }
-    while (started->load() < pool->workerCount()) std::this_thread::yield();
+    while (started.load() < pool->workerCount()) std::this_thread::yield();
     return manager()->reportMsgImpl(recordOf(orv::kEventMemLeak));
 }
 
@@ -243,6 +261,32 @@ void unloadModule(const char* variable) {
 
 }  // namespace
 
+// Every allocation of the process, so that a camera thread can be held at its first one.
+void* operator new(size_t size) {
+    return allocate(size);
+}
+void* operator new[](size_t size) {
+    return allocate(size);
+}
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    return malloc(size == 0 ? 1 : size);
+}
+void* operator new[](size_t size, const std::nothrow_t&) noexcept {
+    return malloc(size == 0 ? 1 : size);
+}
+void operator delete(void* block) noexcept {
+    free(block);
+}
+void operator delete[](void* block) noexcept {
+    free(block);
+}
+void operator delete(void* block, size_t) noexcept {
+    free(block);
+}
+void operator delete[](void* block, size_t) noexcept {
+    free(block);
+}
+
 // Takes the place of libutils' clock for the library, which reads it inside the limiter. Only an
 // exported definition does: the project builds with hidden visibility by default.
 __attribute__((visibility("default"))) nsecs_t systemTime(int /*clock*/) {
@@ -276,13 +320,17 @@ int main(int argc, char** argv) {
         }
         gHeldReport = manager()->reportMsgImpl(recordOf(orv::kEventMemLeak));
         gHold.waitUntilHeld();
-    } else if (mode == "camera-held") {
+    } else if (mode == "camera-held" || mode == "camera-asking") {
         atexit(releaseCameraThread);
         // A first report, so that the pool has armed its exit hook as it would have by then.
         printFuture("first report", manager()->reportMsgImpl(recordOf(orv::kEventMemLeak)));
-        gHold.arm(HoldPoint::kRecordKind);
-        gCameraThread = new std::thread([] {
-            printFuture("camera thread", manager()->reportMsgImpl(std::make_shared<HeldLeak>()));
+        const bool inside = mode == "camera-held";
+        gHold.arm(inside ? HoldPoint::kAllocation : HoldPoint::kRecordKind);
+        gCameraThread = new std::thread([inside] {
+            std::shared_ptr<orv::VistelEventBase> record =
+                    inside ? recordOf(orv::kEventMemLeak) : std::make_shared<HeldLeak>();
+            tHoldFirstAllocation = inside;
+            printFuture("camera thread", manager()->reportMsgImpl(std::move(record)));
         });
         gHold.waitUntilHeld();
     } else if (mode == "after") {

@@ -133,7 +133,8 @@ const ExitCase kCases[] = {
         {"held", false, 0, {kKept, "held report: 0"}, {}, {}, {}, 1},
         {"service-held", false, 0, {kKept, "held report: 0"}, {}, {}, {}, 1},
         // A camera thread inside reportMsgImpl is waited for too; its record, queued after the
-        // manager is gone, is let go by the stopped pool or turned away by the library.
+        // manager is gone, is let go by the stopped pool or turned away by the library. One that
+        // has not taken its pass yet is not waited for, and is refused.
         {"camera-held",
          false,
          0,
@@ -141,6 +142,14 @@ const ExitCase kCases[] = {
          {},
          {"camera thread: broken promise"},
          {"camera thread: -1"},
+         -1},
+        {"camera-asking",
+         false,
+         0,
+         {"camera thread: no future", "reportMsgImpl() error: manager destroyed, record dropped"},
+         {kKept},
+         {},
+         {},
          -1},
         // Every entry point after the manager is gone refuses, in its own words.
         {"after",
