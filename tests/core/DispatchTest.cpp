@@ -9,13 +9,34 @@
 
 #include "ReporterTest.h"
 
+// ThreadSanitizer's runtime walks the loaded libraries with dl_iterate_phdr() while it starts,
+// before an interposer could look the real one up: under it the loader is not interposed, and the
+// test that counts its calls is skipped (every other build runs it).
+#if defined(__SANITIZE_THREAD__)
+#define VISTEL_COUNT_LOADER_CALLS 0
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define VISTEL_COUNT_LOADER_CALLS 0
+#endif
+#endif
+#ifndef VISTEL_COUNT_LOADER_CALLS
+#define VISTEL_COUNT_LOADER_CALLS 1
+#endif
+
+namespace {
+
+// Set by the camera thread of the test below while it reports; what the calls it made count to.
+thread_local bool tCountLoaderCalls = false;
+std::atomic<int> gLoaderCalls{0};
+
+}  // namespace
+
+#if VISTEL_COUNT_LOADER_CALLS
 namespace {
 
 // The dynamic loader's entry points that take its lock, counted when a thread that counts calls
 // them. This executable's definitions take the place of the C library's for every library of the
 // process (it exports them); each passes the call on.
-thread_local bool tCountLoaderCalls = false;
-std::atomic<int> gLoaderCalls{0};
 
 template <typename Function>
 Function next(const char* name) {
@@ -53,6 +74,7 @@ extern "C" __attribute__((visibility("default"))) int dl_iterate_phdr(
             next<int (*)(int (*)(dl_phdr_info*, size_t, void*), void*)>("dl_iterate_phdr");
     return real(callback, data);
 }
+#endif
 
 namespace vistel_test {
 namespace {
@@ -92,6 +114,7 @@ struct OtherLeak : orv::vistelMemLeak {};
 // library's constructors run: reportMsgImpl calls none of the loader's entry points, for a
 // record type seen for the first time or records of two types taking turns.
 TEST_F(DispatchTest, CameraThreadNeverCallsTheDynamicLoader) {
+    if (!VISTEL_COUNT_LOADER_CALLS) GTEST_SKIP() << "the loader is not interposed under TSan";
     std::vector<std::future<int>> results;
     std::thread camera([&results] {
         tCountLoaderCalls = true;
