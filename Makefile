@@ -12,7 +12,7 @@
 #   make abi-baseline  write the baseline anew, after a deliberate change of the ABI
 #   make demo        replay a day of camera telemetry through the host build
 #   make bench       run the benchmarks
-#   make fuzz        run the fuzzer
+#   make fuzz        run the fuzzers
 #   make clean       remove the preset build folders
 
 # The machine is shared: parallelism lives in the build and ctest steps (two jobs each), so make
@@ -47,12 +47,19 @@ TSAN_LAUNCHER := $(shell test "$$(cat /proc/sys/vm/mmap_rnd_bits 2>/dev/null || 
     && echo setarch $$(uname -m) -R)
 test-tsan: TEST_ENV := TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$(abspath tests/tsan.supp) $(TSAN_LAUNCHER)
 
-# The fuzzer is a clang project of its own (fuzz/CMakeLists.txt) under ASan and UBSan; `make fuzz`
-# runs it for FUZZ_SECONDS, `make test` for a minute. New inputs go to $(FUZZ_DIR)/corpus, crashing
-# ones to $(FUZZ_DIR)/artifacts; fuzz/corpus holds the seeds.
+# The fuzzers are a clang project of their own (fuzz/CMakeLists.txt) under ASan and UBSan:
+# vistel_fuzz feeds records through reportMsgImpl, vistel_scenario_fuzz feeds text to
+# vistel-replay's scenario reader. `make fuzz` runs them for FUZZ_SECONDS in all, `make test` for a
+# minute: two thirds for the records, a third for the reader, whose inputs reach far less code.
+# New inputs go to $(FUZZ_DIR)/corpus and $(FUZZ_DIR)/scenario-corpus, crashing ones to
+# $(FUZZ_DIR)/artifacts; fuzz/corpus and fuzz/scenario-corpus hold the seeds, and the example and
+# golden scenarios seed the reader too.
 FUZZ_SECONDS ?= 300
 FUZZ_DIR := $(BUILD_ROOT)/fuzz
 test-fuzz: FUZZ_SECONDS := 60
+FUZZ_RECORD_SECONDS = $(shell echo $$(( $(FUZZ_SECONDS) * 2 / 3 )))
+FUZZ_SCENARIO_SECONDS = $(shell echo $$(( $(FUZZ_SECONDS) - $(FUZZ_RECORD_SECONDS) )))
+FUZZ_OPTIONS := -timeout=30 -print_final_stats=1
 
 .PHONY: deps deps-host deps-arm64 build test demo bench fuzz clean
 .PHONY: build-fuzz test-fuzz test-valgrind tidy test-tidy test-abi abi-baseline
@@ -98,11 +105,14 @@ bench: build-default
 
 build-fuzz: deps-host
 	$(CMAKE) -S fuzz -B $(FUZZ_DIR) -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++
-	$(CMAKE) --build $(FUZZ_DIR) --parallel $(JOBS) --target vistel_fuzz
+	$(CMAKE) --build $(FUZZ_DIR) --parallel $(JOBS) --target vistel_fuzz vistel_scenario_fuzz
 fuzz test-fuzz: build-fuzz
-	mkdir -p $(FUZZ_DIR)/corpus $(FUZZ_DIR)/artifacts
-	$(FUZZ_DIR)/vistel_fuzz -max_total_time=$(FUZZ_SECONDS) -timeout=30 -print_final_stats=1 \
+	mkdir -p $(FUZZ_DIR)/corpus $(FUZZ_DIR)/scenario-corpus $(FUZZ_DIR)/artifacts
+	$(FUZZ_DIR)/vistel_fuzz -max_total_time=$(FUZZ_RECORD_SECONDS) $(FUZZ_OPTIONS) \
 	    -artifact_prefix=$(FUZZ_DIR)/artifacts/ $(FUZZ_DIR)/corpus fuzz/corpus
+	$(FUZZ_DIR)/vistel_scenario_fuzz -max_total_time=$(FUZZ_SCENARIO_SECONDS) $(FUZZ_OPTIONS) \
+	    -dict=fuzz/scenario.dict -artifact_prefix=$(FUZZ_DIR)/artifacts/scenario- \
+	    $(FUZZ_DIR)/scenario-corpus fuzz/scenario-corpus examples tests/tools/golden
 
 # clang-tidy reads the libc++ build's compile commands: the sources as the device's compiler and C++
 # library see them. Configuring is enough; nothing needs to be built first.

@@ -66,6 +66,8 @@ TEST(ReplayCommandTest, BadScenariosAreRefusedWhole) {
     const std::string kTooDeep = R"([{"at": 0, "kind": 0, "name": )" + nested(31, "") + "}]";
     const std::pair<std::string, std::string> kScenarioErrors[] = {
             {R"({"at": 0})", "a scenario is a JSON array of steps, got object"},
+            {R"([{"at": 0, "kind": 0, "value1": 1e400}])",
+             "not valid JSON: number overflow parsing '1e400'"},
             {R"([{"at": 0,}])",
              "not valid JSON: parse error at line 1, column 11: syntax error "
              "while parsing object key - unexpected '}'; expected string literal"},
@@ -231,7 +233,7 @@ TEST(ReplayCommandTest, UnreadableSourcesAreRefusedWithTheReason) {
             {folder, "cannot be read: Is a directory"},
             {folder + "replay-missing.json", "cannot be read: No such file or directory"},
             {file + "/x.json", "cannot be read: Not a directory"},
-            {"/dev/zero", "larger than 64 MiB, more than a scenario holds"},
+            {"/dev/zero", "larger than 16 MiB, more than a scenario holds"},
     };
     for (const auto& [path, reason] : kCases) {
         SCOPED_TRACE(path);

@@ -227,6 +227,7 @@ Scenario loadSteps(const ordered_json& document, const std::map<int, std::string
         scenario.errors.push_back("and " + std::to_string(badSteps - kMaxErrorsListed) +
                                   " more bad steps");
     }
+    if (badSteps > 0) scenario.steps.clear();  // none of them may run
     return scenario;
 }
 
@@ -273,8 +274,10 @@ Scenario parseScenario(const std::string& text) {
                     return watch.onEvent(event, parsed);
                 },
                 /*allow_exceptions=*/true, /*ignore_comments=*/true);
-    } catch (const ordered_json::parse_error& error) {
-        // what() is "[json.exception.parse_error.101] parse error at line 3, column 5: ...".
+    } catch (const ordered_json::exception& error) {
+        // what() is "[json.exception.parse_error.101] parse error at line 3, column 5: ..." or,
+        // for a number beyond a double's range, "[json.exception.out_of_range.406] number
+        // overflow parsing '1e400'".
         const std::string what = error.what();
         failed.errors.push_back(vistel_tools::cutText(
                 "not valid JSON: " + what.substr(what.find("] ") + 2), kMaxErrorLength));

@@ -37,10 +37,10 @@ struct Step {
     double lastAtSeconds() const { return atSeconds + (repeat - 1) * spacingSeconds; }
 };
 
+// The steps, or what is wrong with the scenario: never both.
 struct Scenario {
     std::vector<Step> steps;
-    // One line per bad step ("step 3 (MemLeak): field "name": ..."); when not empty, the steps
-    // must not be run.
+    // One line per bad step ("step 3 (MemLeak): field "name": ..."), or one for the whole text.
     std::vector<std::string> errors;
 };
 
@@ -55,8 +55,9 @@ constexpr int kMaxRepeat = 100000;
 // Arrays and objects inside one another, the scenario's own array included. The deepest record
 // needs 7: a boot node's stage costs ([{"bootNodes": [{"stageCosts": {"Open": [{...}]}}]}]).
 constexpr size_t kMaxNesting = 32;
-// Larger than any scenario written by hand or by a tool, and small enough to hold.
-constexpr size_t kMaxScenarioBytes = size_t{64} << 20;
+// Far larger than any scenario written by hand or by a tool (a step takes about 100 bytes), and
+// small enough that its parsed document fits in memory.
+constexpr size_t kMaxScenarioBytes = size_t{16} << 20;
 // An error line's length at most, and the most bad steps listed one by one.
 constexpr size_t kMaxErrorLength = 200;
 constexpr size_t kMaxErrorsListed = 50;
