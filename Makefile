@@ -5,6 +5,8 @@
 #   make deps        install missing Debian packages (host and arm64)
 #   make build       configure and build the host library, tools and tests (build/default)
 #   make test        everything CI checks (TEST_STAGES below), from the host suite to arm64
+#   make test-readme build README's C++ sample against an install of the host build and run it,
+#                    run README's shell examples and compare their output
 #   make test-libcxx build with clang and libc++, the device's C++ library, and run the suite
 #   make test-arm64  cross-build for arm64 (clang, libc++) and run the whole suite under qemu
 #   make tidy        clang-tidy (.clang-tidy) over src/, platform/, service/ and tools/
@@ -31,10 +33,10 @@ JOBS := 2
 HOST_BIN := $(BUILD_ROOT)/default
 
 # The stages of `make test`, in the order they run. Cheap ones first so a broken change fails fast:
-# the GCC and the clang + libc++ suites, the ABI and static checks on the latter's build, then
-# sanitizers, fuzzing and the emulated arm64 suite.
-TEST_STAGES := test-default test-libcxx test-abi test-tidy test-asan test-tsan test-valgrind \
-    test-fuzz test-arm64
+# the GCC suite and README's examples on its build, the clang + libc++ suite, the ABI and static
+# checks on the latter's build, then sanitizers, fuzzing and the emulated arm64 suite.
+TEST_STAGES := test-default test-readme test-libcxx test-abi test-tidy test-asan test-tsan \
+    test-valgrind test-fuzz test-arm64
 
 # Sanitized suites stop at the first report and fail the stage; LeakSanitizer runs at every
 # process exit. No suppressions: nothing third-party has needed one.
@@ -62,7 +64,7 @@ FUZZ_SCENARIO_SECONDS = $(shell echo $$(( $(FUZZ_SECONDS) - $(FUZZ_RECORD_SECOND
 FUZZ_OPTIONS := -timeout=30 -print_final_stats=1
 
 .PHONY: deps deps-host deps-arm64 build test demo bench fuzz clean
-.PHONY: build-fuzz test-fuzz test-valgrind tidy test-tidy test-abi abi-baseline
+.PHONY: build-fuzz test-fuzz test-valgrind test-readme tidy test-tidy test-abi abi-baseline
 .PHONY: $(addprefix configure-,$(PRESETS)) $(addprefix build-,$(PRESETS))
 .PHONY: $(addprefix test-,$(PRESETS))
 
@@ -126,6 +128,16 @@ test-abi: build-libcxx
 	tools/check-abi.sh $(BUILD_ROOT)/libcxx
 abi-baseline: build-libcxx
 	tools/check-abi.sh --update $(BUILD_ROOT)/libcxx
+
+# README's examples (tools/check-readme.sh): the host build installed into the stage's temporary
+# folder, the C++ sample built against it with find_package and with pkg-config and run, the
+# headers' usage samples compiled for the host's and the device's C++ library, the shell examples
+# run and their output compared with README's. Nothing is left behind.
+README_TMP = $(abspath $(BUILD_ROOT)/default/readme-tmp)
+test-readme: build-default
+	rm -rf $(README_TMP) && mkdir -p $(README_TMP)
+	TMPDIR=$(README_TMP) tools/check-readme.sh $(HOST_BIN) $(README_TMP)
+	tools/check-leftovers.sh $(README_TMP)
 
 # memcheck over the demo: any error, or anything definitely lost, fails the stage.
 VALGRIND_DEMO := valgrind --tool=memcheck --error-exitcode=1 --leak-check=full \

@@ -192,7 +192,7 @@ class TextReportWriter : public ReportWriter {
                          step.kind->kind, step.kind->name, outcome.c_str());
         const std::string indent(static_cast<size_t>(headLength), ' ');
         if (repeated) {
-            printStepLine(head + repeatedSummary(report));
+            mOut << head << repeatedSummary(report) << "\n";  // a few counts: never cut
         } else if (report.events.empty() || mOptions.full) {
             printStepLine(head + reason(report));
         }
