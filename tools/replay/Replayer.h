@@ -68,8 +68,9 @@ class Replayer {
     // Sets the clock to the step's time, reports its record and waits for the result. A step
     // that repeats its record with a spacing reports each at its own time, one after the other.
     // Without a spacing, every record is handed over while the pool's workers are held, as behind
-    // a runaway caller, and only then run: a bound on the records in flight sheds the same ones
-    // in every run.
+    // a runaway caller, and only then run, by one worker in the order handed over: a bound on the
+    // records in flight sheds the same ones in every run, and each record's events and log lines
+    // are its own.
     StepReport run(const Step& step) const;
 };
 

@@ -190,24 +190,12 @@ class TextReportWriter : public ReportWriter {
         const int headLength =
                 snprintf(head, sizeof(head), "%-9s %2u %-32s %-15s ", clock(step.atSeconds).c_str(),
                          step.kind->kind, step.kind->name, outcome.c_str());
-        const std::string indent(static_cast<size_t>(headLength), ' ');
         if (repeated) {
-            mOut << head << repeatedSummary(report) << "\n";  // a few counts: never cut
-        } else if (report.events.empty() || mOptions.full) {
-            printStepLine(head + reason(report));
-        }
-        if (repeated) {
-            // The records' events are counted, not listed: a runaway sends thousands alike.
-        } else if (mOptions.full) {
-            for (const ordered_json& event : report.events) printEvent(event, kIndent);
+            // The records counted by outcome, never cut; their events are not listed: a runaway
+            // sends thousands alike.
+            mOut << head << repeatedSummary(report) << "\n";
         } else {
-            // The first event shares the step's line, the others line up beneath it.
-            bool first = true;
-            for (const ordered_json& event : report.events) {
-                const std::string line = eventLabel(event) + " " + join(paramTokens(event));
-                printStepLine((first ? std::string(head) : indent) + line);
-                first = false;
-            }
+            printRecord(report, head, std::string(static_cast<size_t>(headLength), ' '));
         }
         if (mOptions.verbose) printLog(report.log, std::string(kIndent, ' '));
     }
@@ -230,6 +218,22 @@ class TextReportWriter : public ReportWriter {
     }
 
   private:
+    // A step of one record: why it sent nothing, or its events; `indent` lines up with `head`.
+    void printRecord(const StepReport& report, const std::string& head, const std::string& indent) {
+        if (report.events.empty() || mOptions.full) printStepLine(head + reason(report));
+        if (mOptions.full) {
+            for (const ordered_json& event : report.events) printEvent(event, kIndent);
+            return;
+        }
+        // The first event shares the step's line, the others line up beneath it.
+        bool first = true;
+        for (const ordered_json& event : report.events) {
+            printStepLine((first ? head : indent) + eventLabel(event) + " " +
+                          join(paramTokens(event)));
+            first = false;
+        }
+    }
+
     // A step's own line: cut to the line width, except in the full form, which shows it whole.
     void printStepLine(const std::string& line) {
         mOut << (mOptions.full ? line : vistel_tools::cutText(line, kLineWidth)) << "\n";
