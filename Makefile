@@ -5,6 +5,8 @@
 #   make deps        install missing Debian packages (host and arm64)
 #   make build       configure and build the host library, tools and tests (build/default)
 #   make test        everything CI checks (TEST_STAGES below), from the host suite to arm64
+#   make test-readme build README's C++ sample against an install of the host build and run it,
+#                    run README's shell examples and compare their output
 #   make test-libcxx build with clang and libc++, the device's C++ library, and run the suite
 #   make test-arm64  cross-build for arm64 (clang, libc++) and run the whole suite under qemu
 #   make test-schema check docs/events.schema.json against the events the host services receive
@@ -13,7 +15,7 @@
 #   make abi-baseline  write the baseline anew, after a deliberate change of the ABI
 #   make demo        replay a day of camera telemetry through the host build
 #   make bench       run the benchmarks
-#   make fuzz        run the fuzzer
+#   make fuzz        run the fuzzers
 #   make clean       remove the preset build folders
 
 # The machine is shared: parallelism lives in the build and ctest steps (two jobs each), so make
@@ -32,11 +34,11 @@ JOBS := 2
 HOST_BIN := $(BUILD_ROOT)/default
 
 # The stages of `make test`, in the order they run. Cheap ones first so a broken change fails fast:
-# the GCC suite and the event schema against real traffic on its build, the clang + libc++ suite,
-# the ABI and static checks on the latter's build, then sanitizers, fuzzing and the emulated arm64
-# suite.
-TEST_STAGES := test-default test-schema test-libcxx test-abi test-tidy test-asan test-tsan \
-    test-valgrind test-fuzz test-arm64
+# the GCC suite, the event schema against real traffic and README's examples on its build, the
+# clang + libc++ suite, the ABI and static checks on the latter's build, then sanitizers, fuzzing
+# and the emulated arm64 suite.
+TEST_STAGES := test-default test-schema test-readme test-libcxx test-abi test-tidy test-asan \
+    test-tsan test-valgrind test-fuzz test-arm64
 
 # Sanitized suites stop at the first report and fail the stage; LeakSanitizer runs at every
 # process exit. No suppressions: nothing third-party has needed one.
@@ -49,15 +51,23 @@ TSAN_LAUNCHER := $(shell test "$$(cat /proc/sys/vm/mmap_rnd_bits 2>/dev/null || 
     && echo setarch $$(uname -m) -R)
 test-tsan: TEST_ENV := TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=$(abspath tests/tsan.supp) $(TSAN_LAUNCHER)
 
-# The fuzzer is a clang project of its own (fuzz/CMakeLists.txt) under ASan and UBSan; `make fuzz`
-# runs it for FUZZ_SECONDS, `make test` for a minute. New inputs go to $(FUZZ_DIR)/corpus, crashing
-# ones to $(FUZZ_DIR)/artifacts; fuzz/corpus holds the seeds.
+# The fuzzers are a clang project of their own (fuzz/CMakeLists.txt) under ASan and UBSan:
+# vistel_fuzz feeds records through reportMsgImpl, vistel_scenario_fuzz feeds text to
+# vistel-replay's scenario reader. `make fuzz` runs them for FUZZ_SECONDS in all, `make test` for a
+# minute: two thirds for the records, a third for the reader, whose inputs reach far less code.
+# New inputs go to $(FUZZ_DIR)/corpus and $(FUZZ_DIR)/scenario-corpus, crashing ones to
+# $(FUZZ_DIR)/artifacts; fuzz/corpus and fuzz/scenario-corpus hold the seeds, and the example and
+# golden scenarios seed the reader too.
 FUZZ_SECONDS ?= 300
 FUZZ_DIR := $(BUILD_ROOT)/fuzz
 test-fuzz: FUZZ_SECONDS := 60
+FUZZ_RECORD_SECONDS = $(shell echo $$(( $(FUZZ_SECONDS) * 2 / 3 )))
+FUZZ_SCENARIO_SECONDS = $(shell echo $$(( $(FUZZ_SECONDS) - $(FUZZ_RECORD_SECONDS) )))
+FUZZ_OPTIONS := -timeout=30 -print_final_stats=1
 
 .PHONY: deps deps-host deps-arm64 build test demo bench fuzz clean
-.PHONY: build-fuzz test-fuzz test-valgrind tidy test-tidy test-abi abi-baseline test-schema
+.PHONY: build-fuzz test-fuzz test-valgrind test-readme tidy test-tidy test-abi abi-baseline
+.PHONY: test-schema
 .PHONY: $(addprefix configure-,$(PRESETS)) $(addprefix build-,$(PRESETS))
 .PHONY: $(addprefix test-,$(PRESETS))
 
@@ -100,11 +110,14 @@ bench: build-default
 
 build-fuzz: deps-host
 	$(CMAKE) -S fuzz -B $(FUZZ_DIR) -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++
-	$(CMAKE) --build $(FUZZ_DIR) --parallel $(JOBS) --target vistel_fuzz
+	$(CMAKE) --build $(FUZZ_DIR) --parallel $(JOBS) --target vistel_fuzz vistel_scenario_fuzz
 fuzz test-fuzz: build-fuzz
-	mkdir -p $(FUZZ_DIR)/corpus $(FUZZ_DIR)/artifacts
-	$(FUZZ_DIR)/vistel_fuzz -max_total_time=$(FUZZ_SECONDS) -timeout=30 -print_final_stats=1 \
+	mkdir -p $(FUZZ_DIR)/corpus $(FUZZ_DIR)/scenario-corpus $(FUZZ_DIR)/artifacts
+	$(FUZZ_DIR)/vistel_fuzz -max_total_time=$(FUZZ_RECORD_SECONDS) $(FUZZ_OPTIONS) \
 	    -artifact_prefix=$(FUZZ_DIR)/artifacts/ $(FUZZ_DIR)/corpus fuzz/corpus
+	$(FUZZ_DIR)/vistel_scenario_fuzz -max_total_time=$(FUZZ_SCENARIO_SECONDS) $(FUZZ_OPTIONS) \
+	    -dict=fuzz/scenario.dict -artifact_prefix=$(FUZZ_DIR)/artifacts/scenario- \
+	    $(FUZZ_DIR)/scenario-corpus fuzz/scenario-corpus examples tests/tools/golden
 
 # clang-tidy reads the libc++ build's compile commands: the sources as the device's compiler and C++
 # library see them. Configuring is enough; nothing needs to be built first.
@@ -128,6 +141,16 @@ test-schema: build-default
 	TMPDIR=$(SCHEMA_TMP) TEST_TMPDIR=$(SCHEMA_TMP) /usr/bin/python3 tools/check-event-schema.py \
 	    $(HOST_BIN)
 	tools/check-leftovers.sh $(SCHEMA_TMP)
+
+# README's examples (tools/check-readme.sh): the host build installed into the stage's temporary
+# folder, the C++ sample built against it with find_package and with pkg-config and run, the
+# headers' usage samples compiled for the host's and the device's C++ library, the shell examples
+# run and their output compared with README's. Nothing is left behind.
+README_TMP = $(abspath $(BUILD_ROOT)/default/readme-tmp)
+test-readme: build-default
+	rm -rf $(README_TMP) && mkdir -p $(README_TMP)
+	TMPDIR=$(README_TMP) tools/check-readme.sh $(HOST_BIN) $(README_TMP)
+	tools/check-leftovers.sh $(README_TMP)
 
 # memcheck over the demo: any error, or anything definitely lost, fails the stage.
 VALGRIND_DEMO := valgrind --tool=memcheck --error-exitcode=1 --leak-check=full \

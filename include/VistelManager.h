@@ -6,13 +6,15 @@
  *
  *     #include <VistelManager.h>
  *
- *     auto record = std::make_shared<orv::vistelMemLeak>();
- *     strlcpy(record->name, "FeatureNode", sizeof(record->name));
+ *     auto record = std::make_shared<orv::vistelMemLeak>();  // zero-filled
+ *     snprintf(record->name, sizeof(record->name), "%s", "FeatureNode");
  *     std::future<int> result = orv::VistelManager::GetInstance()->reportMsgImpl(record);
  *     // The work runs on the platform worker pool. The future is invalid (valid() == false)
- *     // when the record was null or its kind unknown; otherwise it yields the reporter's
- *     // result: 0 reported (or dropped by the limiter for the fault and time-out kinds),
- *     // -1 not initialised or refused by the service, -2 dropped by the limiter.
+ *     // when nothing was queued: a null record, a kind the manager does not know, or a
+ *     // record shed because too many are in flight. Otherwise get() yields the reporter's
+ *     // result: 0 sent or nothing to send, -1 not initialised or refused by the service,
+ *     // -2 limited. The fault and time-out kinds answer 0 when limited, the scan message
+ *     // -2 when not initialised (README's table gives every kind's results).
  *
  * Dropping the future does not cancel the report, and the record may be released right away:
  * the queued work keeps its own reference until the reporter returns.

@@ -10,7 +10,7 @@
  * (warning and error time-outs, the boot record) are sent through VistelRecord<kind, body>:
  *
  *     auto leak = std::make_shared<orv::vistelMemLeak>();
- *     strlcpy(leak->name, "FeatureNode", sizeof(leak->name));
+ *     snprintf(leak->name, sizeof(leak->name), "%s", "FeatureNode");
  *     auto warning = std::make_shared<orv::VistelRecord<orv::kEventAlgoProcessTimeoutWarning,
  *                                                       orv::vistelAlgoProcessTimeout>>();
  */

@@ -7,6 +7,7 @@
 
 #include "KindRegistry.h"
 #include "RecordJson.h"
+#include "Scenario.h"
 
 namespace vistel_tools {
 namespace {
@@ -20,7 +21,7 @@ void checkCoversEveryMember(const StructLayout& layout, void* object, size_t sta
     size_t end = start;
     for (const Field& field : layout) {
         SCOPED_TRACE(field.name);
-        for (const char* key : {"at", "kind", "note"}) EXPECT_STRNE(field.name, key);
+        for (const char* key : vistel_replay::kStepKeys) EXPECT_STRNE(field.name, key);
         void* member = field.address(object);
         const size_t offset = static_cast<char*>(member) - static_cast<char*>(object);
         ASSERT_GE(offset, end) << "overlaps the member before it";

@@ -13,6 +13,8 @@
 #include <VistelRecords.h>
 
 #include <array>
+#include <climits>
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -23,6 +25,25 @@ namespace vistel_tools {
 enum class Service { kVistel, kOvrix, kJankPrint, kNone };
 
 const char* serviceName(Service service);  // "vistel", "ovrix", "jank print", "none"
+
+// What became of a record handed to the library: exactly one of these, named as the library's
+// dump, vistel-replay and README name them.
+enum class Outcome {
+    kSent,            // every event it handed to a service was taken
+    kLimited,         // the rate limiter dropped it
+    kNoEvent,         // answered without handing any event to a service
+    kNotInitialised,  // refused unsent: no Vistel service bound, a null record, the manager gone
+    kFailed,          // a service refused an event, or memory ran out while one was built
+    kShed,            // refused at the door (too many records in flight), never queued
+};
+constexpr size_t kOutcomeCount = 6;
+
+const char* outcomeName(Outcome outcome);  // "sent", "limited", "no-event", "not-initialised", ...
+
+// What the future of a kind's record yields, by Outcome; kNoResult where that outcome cannot
+// happen to the kind. A shed record's future has no value at all (valid() is false).
+constexpr int kNoResult = INT_MIN;
+using KindResults = std::array<int, kOutcomeCount>;
 
 struct LimitPolicy {
     const char* policy;  // the FrequencyLimit method, or nullptr: never dropped
@@ -46,6 +67,7 @@ struct KindInfo {
     // Identifiers of the events sent; the sub-events nested in each are in brackets.
     const char* events;
     LimitPolicy limit;
+    KindResults results;
     const StructLayout& (*layout)();  // the body's field table
     RecordInstance (*make)();
 };
@@ -57,10 +79,14 @@ const std::array<KindInfo, orv::kVistelEventCount>& kinds();
 // handler ("sendEventMemLeak"); exact spelling. nullptr when none matches.
 const KindInfo* findKind(const std::string& text);
 
-// A name that differs from `text` only in letter case, or nullptr: for "did you mean".
-const char* kindNameIgnoringCase(const std::string& text);
+// The kind name or handler that `text` most likely misspells, or nullptr: for "did you mean".
+const char* closestKindName(const std::string& text);
 
-// "3600 s per name", "none".
+// "limitEventMemLeak, 3600 s per name", "none".
 std::string describeLimit(const LimitPolicy& limit);
+
+// "sent 0, limited 0, not-initialised -1, failed -1": the outcomes that can happen to the kind's
+// records and what the future yields for each.
+std::string describeResults(const KindResults& results);
 
 }  // namespace vistel_tools

@@ -62,6 +62,12 @@ uint64_t DumpRow::outcomes() const {
     return sent + limited + noEvent + notInitialised + failed + shed;
 }
 
+std::vector<std::pair<const char*, uint64_t>> DumpRow::columns() const {
+    std::vector<std::pair<const char*, uint64_t>> values;
+    for (const Column& column : kColumns) values.emplace_back(column.name, this->*column.count);
+    return values;
+}
+
 std::ostream& operator<<(std::ostream& out, const DumpRow& row) {
     out << row.name << ":";
     for (const Column& column : kColumns) {

@@ -10,6 +10,7 @@
 #include <map>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vistel_tools {
@@ -36,6 +37,8 @@ struct DumpRow {
     bool operator==(const DumpRow& other) const;
     // sent + limited + no-event + not-initialised + failed + shed.
     uint64_t outcomes() const;
+    // Every counted column with its name in the dump ("records", "sent", ... "events"), in order.
+    std::vector<std::pair<const char*, uint64_t>> columns() const;
 };
 
 // "MemLeak: records 3, sent 2, limited 1, no-event 0, not-initialised 0, failed 0, shed 0,

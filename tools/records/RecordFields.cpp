@@ -1,5 +1,9 @@
 #include "RecordFields.h"
 
+#include <strings.h>
+
+#include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <iterator>
 
@@ -196,6 +200,34 @@ const char* scalarTypeName(FieldType type) {
     return "";
 }
 
+// Mistakes between `a` and `b`, letter case aside: letters missing, added or changed, and two
+// neighbours swapped (each counts once). Anything above `limit` reads as limit + 1.
+size_t typingDistance(const std::string& a, const std::string& b, size_t limit) {
+    if ((a.size() > b.size() ? a.size() - b.size() : b.size() - a.size()) > limit) {
+        return limit + 1;
+    }
+    const auto same = [](char x, char y) {
+        return std::tolower(static_cast<unsigned char>(x)) ==
+               std::tolower(static_cast<unsigned char>(y));
+    };
+    // Three rows of the classic table: the one being filled and the two before it.
+    std::vector<size_t> before(b.size() + 1), previous(b.size() + 1), row(b.size() + 1);
+    for (size_t j = 0; j <= b.size(); ++j) previous[j] = j;
+    for (size_t i = 1; i <= a.size(); ++i) {
+        row[0] = i;
+        for (size_t j = 1; j <= b.size(); ++j) {
+            const size_t changed = previous[j - 1] + (same(a[i - 1], b[j - 1]) ? 0 : 1);
+            row[j] = std::min({previous[j] + 1, row[j - 1] + 1, changed});
+            if (i > 1 && j > 1 && same(a[i - 1], b[j - 2]) && same(a[i - 2], b[j - 1])) {
+                row[j] = std::min(row[j], before[j - 2] + 1);
+            }
+        }
+        std::swap(before, previous);
+        std::swap(previous, row);
+    }
+    return std::min(previous[b.size()], limit + 1);
+}
+
 }  // namespace
 
 std::string typeName(const Field& field) {
@@ -236,6 +268,22 @@ void forEachTextField(
             }
         }
     }
+}
+
+const char* closestName(const std::string& text, const std::vector<const char*>& names) {
+    constexpr size_t kShortName = 4;
+    const size_t limit = text.size() <= kShortName ? 1 : 2;
+    const char* closest = nullptr;
+    size_t closestDistance = limit + 1;
+    for (const char* name : names) {
+        if (strcasecmp(text.c_str(), name) == 0) return name;
+        const size_t distance = typingDistance(text, name, limit);
+        if (distance < closestDistance) {
+            closest = name;
+            closestDistance = distance;
+        }
+    }
+    return closest;
 }
 
 }  // namespace vistel_tools

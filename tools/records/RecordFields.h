@@ -129,6 +129,12 @@ inline void forEachText(const StructLayout& layout, const void* object,
     });
 }
 
+// The name among `names` that `text` most likely misspells, for a "did you mean": one that differs
+// only in letter case, or else the nearest within a typing mistake or two (a letter missing, added
+// or changed, two letters swapped; one mistake for names of up to four letters). nullptr when none
+// is that close.
+const char* closestName(const std::string& text, const std::vector<const char*>& names);
+
 // ---- Building a table entry --------------------------------------------------------------
 // RecordFields.cpp writes each entry as VISTEL_FIELD(member) inside VISTEL_LAYOUT(Type, ...);
 // everything about the field except its name and accessor follows from the member's C++ type.

@@ -1,9 +1,11 @@
 #include "RecordJson.h"
 
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <vector>
 
 namespace vistel_tools {
 
@@ -12,13 +14,6 @@ namespace {
 // Scenarios are read in document order, so the first bad field reported is the first in the file.
 using json = nlohmann::ordered_json;
 using nlohmann::ordered_json;
-
-// The given value as the error shows it: short enough for one line.
-std::string shown(const json& value) {
-    constexpr size_t kMaxShown = 40;
-    std::string text = value.dump(-1, ' ', false, json::error_handler_t::replace);
-    return text.size() <= kMaxShown ? text : text.substr(0, kMaxShown) + "...";
-}
 
 // The field as one element: what each element of a fixed array is.
 Field single(const Field& field) {
@@ -29,18 +24,21 @@ Field single(const Field& field) {
 
 class Filler {
   public:
+    // `otherKeys`: keys of the record's own object that are not fields.
+    explicit Filler(const std::vector<const char*>& otherKeys) : mOtherKeys(otherKeys) {}
+
     // `path` names the structure ("" for the record itself, "processes[1]" for a nested one).
     std::string fillStruct(const StructLayout& layout, const json& values, char* object,
                            const std::string& path) const {
         if (!values.is_object()) {
             return problem(path, std::string("expected an object (") + layout.name + ")", values);
         }
+        const bool record = path.empty();
         for (const auto& [name, value] : values.items()) {
-            const std::string fieldPath = path.empty() ? name : path + "." + name;
+            if (record && isOtherKey(name)) continue;
+            const std::string fieldPath = record ? name : path + "." + name;
             const Field* field = layout.find(name);
-            if (field == nullptr) {
-                return "field \"" + fieldPath + "\": no such field in " + layout.name;
-            }
+            if (field == nullptr) return unknownField(layout, name, fieldPath);
             std::string error =
                     fillField(*field, value, static_cast<char*>(field->address(object)), fieldPath);
             if (!error.empty()) return error;
@@ -49,10 +47,27 @@ class Filler {
     }
 
   private:
+    bool isOtherKey(const std::string& name) const {
+        return std::any_of(mOtherKeys.begin(), mOtherKeys.end(),
+                           [&](const char* key) { return name == key; });
+    }
+
+    std::string unknownField(const StructLayout& layout, const std::string& name,
+                             const std::string& path) const {
+        std::vector<const char*> names;
+        for (const Field& field : layout) names.push_back(field.name);
+        if (path == name) names.insert(names.end(), mOtherKeys.begin(), mOtherKeys.end());
+        std::string error = "field \"" + path + "\": no such field in " + layout.name;
+        if (const char* closest = closestName(name, names)) {
+            error += std::string(" (did you mean \"") + closest + "\"?)";
+        }
+        return error;
+    }
+
     static std::string problem(const std::string& path, const std::string& what, const json& got) {
         // A problem with the top-level object has no field to name.
         std::string where = path.empty() ? "" : "field \"" + path + "\": ";
-        return where + what + ", got " + shown(got);
+        return where + what + ", got " + shownValue(got);
     }
 
     static std::string expected(const std::string& path, const char* article, const Field& field,
@@ -82,8 +97,20 @@ class Filler {
     template <typename T>
     static std::string writeInteger(const Field& field, const json& value, char* member,
                                     const std::string& path) {
-        if (!value.is_number_integer()) return expected(path, "an integer", field, value);
         using Limits = std::numeric_limits<T>;
+        if (!value.is_number_integer()) {
+            // A whole number too large for the parser's integers (1e29, 2^64) is read as a
+            // double; outside the field's range, that is what is wrong with it. Inside, a double
+            // may already have rounded what was written, so integers are written as integers.
+            if (value.is_number_float()) {
+                const double given = value.get<double>();
+                if (given == std::floor(given) && (given < static_cast<double>(Limits::min()) ||
+                                                   given >= std::ldexp(1.0, Limits::digits))) {
+                    return outOfRange<T>(field, value, path);
+                }
+            }
+            return expected(path, "an integer", field, value);
+        }
         bool fits;
         T result;
         // The parser keeps non-negative integers unsigned, so uint64 keeps its full range.
@@ -97,13 +124,17 @@ class Filler {
                    (given < 0 || static_cast<uint64_t>(given) <= Limits::max());
             result = static_cast<T>(given);
         }
-        if (!fits) {
-            return "field \"" + path + "\": " + value.dump() + " is out of range for " +
-                   typeName(field) + " (" + std::to_string(+Limits::min()) + " to " +
-                   std::to_string(+Limits::max()) + ")";
-        }
+        if (!fits) return outOfRange<T>(field, value, path);
         std::memcpy(member, &result, sizeof(result));
         return "";
+    }
+
+    template <typename T>
+    static std::string outOfRange(const Field& field, const json& value, const std::string& path) {
+        using Limits = std::numeric_limits<T>;
+        return "field \"" + path + "\": " + value.dump() + " is out of range for " +
+               typeName(field) + " (" + std::to_string(+Limits::min()) + " to " +
+               std::to_string(+Limits::max()) + ")";
     }
 
     std::string fillOne(const Field& field, const json& value, char* member,
@@ -177,6 +208,8 @@ class Filler {
         }
         return "field \"" + path + "\": unsupported type";
     }
+
+    const std::vector<const char*>& mOtherKeys;
 };
 
 ordered_json exampleOf(const Field& field) {
@@ -200,9 +233,20 @@ ordered_json exampleOf(const Field& field) {
 
 }  // namespace
 
+std::string shownValue(const nlohmann::ordered_json& value) {
+    constexpr size_t kMaxShown = 40;
+    return cutText(value.dump(-1, ' ', false, json::error_handler_t::replace), kMaxShown);
+}
+
+std::string cutText(const std::string& text, size_t width) {
+    if (text.size() <= width) return text;
+    constexpr size_t kMark = 3;
+    return width > kMark ? text.substr(0, width - kMark) + "..." : text.substr(0, width);
+}
+
 std::string fillStruct(const StructLayout& layout, const nlohmann::ordered_json& values,
-                       void* object) {
-    return Filler().fillStruct(layout, values, static_cast<char*>(object), "");
+                       void* object, const std::vector<const char*>& otherKeys) {
+    return Filler(otherKeys).fillStruct(layout, values, static_cast<char*>(object), "");
 }
 
 nlohmann::ordered_json skeletonOf(const StructLayout& layout) {

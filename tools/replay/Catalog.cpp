@@ -37,12 +37,57 @@ void printFields(const StructLayout& layout, int indent, std::ostream& out) {
     }
 }
 
+// A structure's fields as JSON: name and type, and the fields of a nested structure.
+nlohmann::ordered_json fieldsJson(const StructLayout& layout) {
+    nlohmann::ordered_json fields = nlohmann::ordered_json::array();
+    for (const Field& field : layout) {
+        nlohmann::ordered_json entry = {{"name", field.name}, {"type", typeName(field)}};
+        if (const StructLayout* nested = nestedLayout(field)) entry["fields"] = fieldsJson(*nested);
+        fields.push_back(std::move(entry));
+    }
+    return fields;
+}
+
+// What --list says of a kind, as JSON.
+nlohmann::ordered_json kindJson(const KindInfo& kind) {
+    nlohmann::ordered_json limit = nullptr;
+    if (kind.limit.policy != nullptr) {
+        limit = {{"policy", kind.limit.policy},
+                 {"periodSeconds", kind.limit.periodSeconds},
+                 {"per", kind.limit.scope}};
+    }
+    nlohmann::ordered_json results = nlohmann::ordered_json::object();
+    for (size_t i = 0; i < kind.results.size(); ++i) {
+        if (kind.results[i] == vistel_tools::kNoResult) continue;
+        results[vistel_tools::outcomeName(static_cast<vistel_tools::Outcome>(i))] = kind.results[i];
+    }
+    return {{"kind", kind.kind},
+            {"name", kind.name},
+            {"handler", kind.handler},
+            {"record", kind.recordType},
+            {"body", kind.layout().name},
+            {"service", vistel_tools::serviceName(kind.service)},
+            {"events", kind.events},
+            {"limit", std::move(limit)},
+            {"results", std::move(results)}};
+}
+
+nlohmann::ordered_json exampleStep(const KindInfo& kind) {
+    nlohmann::ordered_json example = {{"at", 0}, {"kind", kind.name}};
+    example.update(vistel_tools::skeletonOf(kind.layout()));
+    return example;
+}
+
 }  // namespace
 
-void printKindList(std::ostream& out) {
+void printKindList(std::ostream& out, bool json) {
+    if (json) {
+        for (const KindInfo& kind : vistel_tools::kinds()) out << kindJson(kind).dump() << "\n";
+        return;
+    }
     char line[256];
     snprintf(line, sizeof(line), "%-4s  %-41s  %-10s  %s\n", "kind", "name / handler", "service",
-             "events / limit");
+             "events / limit / results");
     out << line;
     for (const KindInfo& kind : vistel_tools::kinds()) {
         snprintf(line, sizeof(line), "%4u  %-41s  %-10s  %s\n", kind.kind, kind.name,
@@ -51,11 +96,21 @@ void printKindList(std::ostream& out) {
         snprintf(line, sizeof(line), "%4s  %-41s  %-10s  %s\n", "", kind.handler, "",
                  vistel_tools::describeLimit(kind.limit).c_str());
         out << line;
+        snprintf(line, sizeof(line), "%4s  %-41s  %-10s  %s\n", "", "", "",
+                 vistel_tools::describeResults(kind.results).c_str());
+        out << line;
     }
 }
 
-void printKindDescription(const KindInfo& kind, std::ostream& out) {
+void printKindDescription(const KindInfo& kind, std::ostream& out, bool json) {
     const StructLayout& layout = kind.layout();
+    if (json) {
+        nlohmann::ordered_json description = kindJson(kind);
+        description["fields"] = fieldsJson(layout);
+        description["example"] = exampleStep(kind);
+        out << description.dump() << "\n";
+        return;
+    }
     out << "kind " << kind.kind << ": " << kind.name << "\n"
         << "  handler  " << kind.handler << "\n"
         << "  record   " << kind.recordType;
@@ -64,11 +119,10 @@ void printKindDescription(const KindInfo& kind, std::ostream& out) {
         << "  service  " << vistel_tools::serviceName(kind.service) << ", events " << kind.events
         << "\n"
         << "  limit    " << vistel_tools::describeLimit(kind.limit) << "\n"
+        << "  results  " << vistel_tools::describeResults(kind.results) << "\n"
         << "fields (a char[N] holds at most N - 1 bytes of text):\n";
     printFields(layout, 2, out);
-    nlohmann::ordered_json example = {{"at", 0}, {"kind", kind.name}};
-    example.update(vistel_tools::skeletonOf(layout));
-    out << "example step:\n  " << example.dump() << "\n";
+    out << "example step:\n  " << exampleStep(kind).dump() << "\n";
 }
 
 }  // namespace vistel_replay

@@ -1,4 +1,5 @@
-// --list and --describe: what a scenario writer needs to know about the kinds and their records.
+// --list and --describe: what a scenario writer needs to know about the kinds and their records,
+// as text or as JSON (one object per kind).
 #pragma once
 
 #include <ostream>
@@ -7,11 +8,12 @@
 
 namespace vistel_replay {
 
-// The 32 kinds: number, name, handler, service, event identifiers and limit policy.
-void printKindList(std::ostream& out);
+// The 32 kinds: number, name, handler, service, event identifiers, limit policy and what the
+// future yields for each outcome. JSON: one object per line.
+void printKindList(std::ostream& out, bool json);
 
-// One kind: its handler, record, service and limit, the record's fields with their types (nested
-// structures indented) and an example step with every field.
-void printKindDescription(const vistel_tools::KindInfo& kind, std::ostream& out);
+// One kind as in the list, with its record: the fields with their types (nested structures
+// indented, or as "fields" of their own in JSON) and an example step with every field.
+void printKindDescription(const vistel_tools::KindInfo& kind, std::ostream& out, bool json);
 
 }  // namespace vistel_replay

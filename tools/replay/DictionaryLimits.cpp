@@ -66,7 +66,7 @@ class LimitProbe {
     const ordered_json& usual() const { return mA.values(); }
 
     static bool limited(const Reception& reception) {
-        return reception.outcome == Outcome::kDropped;
+        return reception.outcome == Outcome::kLimited;
     }
 
     ordered_json fail(const std::string& error) {

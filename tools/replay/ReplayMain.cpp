@@ -1,13 +1,13 @@
 #include "ReplayMain.h"
 
-#include <fstream>
-#include <iostream>
+#include <algorithm>
 #include <iterator>
 #include <optional>
 
 #include "Catalog.h"
 #include "Dictionary.h"
 #include "LibraryDump.h"
+#include "RecordJson.h"
 #include "ReportWriter.h"
 #include "Scenario.h"
 
@@ -16,21 +16,26 @@ namespace vistel_replay {
 namespace {
 
 constexpr char kUsage[] =
-        "usage: vistel-replay [--json] [--full] [--verbose] [--dump] SCENARIO.json"
+        "usage: vistel-replay [--json | --full] [--verbose] [--dump] SCENARIO.json"
         "   (- reads stdin)\n"
-        "       vistel-replay --list\n"
-        "       vistel-replay --describe KIND\n"
+        "       vistel-replay --list [--json]\n"
+        "       vistel-replay --describe KIND [--json]\n"
         "       vistel-replay --dictionary [--json | --schema]\n"
         "\n"
         "Replays camera records through libc_vistel on a virtual clock and shows what the\n"
-        "reporting services received and what the rate limiter dropped.\n"
+        "reporting services received and what became of each record: sent, limited (by the\n"
+        "rate limiter), no-event, not-initialised, failed or shed.\n"
         "\n"
-        "  --json          one JSON object per step, then one with the summary\n"
-        "  --full          every parameter, nested events indented (the text form)\n"
+        "  --json          one JSON object per step, then one with the summary (and with\n"
+        "                  --dump one with the library's counters); with --list, --describe\n"
+        "                  and --dictionary, their output as JSON\n"
+        "  --full          every parameter, nested events indented, each line whole (the\n"
+        "                  text form; JSON always has everything)\n"
         "  --verbose       the library's own log lines with each step\n"
         "  --dump          the library's own counters after the summary, as\n"
         "                  VistelManager::dump() writes them\n"
-        "  --list          the 32 kinds: handler, service, event identifiers, limit\n"
+        "  --list          the 32 kinds: handler, service, event identifiers, limit and what\n"
+        "                  each outcome's future yields\n"
         "  --describe KIND the fields of a kind's record and an example step; KIND is a\n"
         "                  number, a name such as MemLeak, or a handler such as dumpTrace\n"
         "  --dictionary    every event the library sends and every parameter, with the\n"
@@ -40,50 +45,98 @@ constexpr char kUsage[] =
         "\n"
         "A scenario is a JSON array of steps such as\n"
         "  {\"at\": 30, \"kind\": \"MemLeak\", \"name\": \"FeatureNode\", \"value1\": 3}\n"
-        "with \"at\" in seconds from the start, the record's fields by name, and an optional\n"
-        "\"note\" that is ignored; // comments are allowed.\n"
+        "with \"at\" in seconds from the start, the record's fields by name, an optional\n"
+        "\"repeat\" (the record handed over that many times, all at once or \"spacing\"\n"
+        "seconds apart) and an optional \"note\" that is ignored; // comments are allowed.\n"
         "\n"
         "exit status: 0 replayed, 1 bad scenario (nothing replayed) or no dictionary, 2 bad\n"
         "command line\n";
 
 struct CommandLine {
     enum class Action { kReplay, kList, kDescribe, kDictionary, kHelp } action = Action::kReplay;
+    std::string actionOption;  // "--list", ...; empty for a replay
     ReportOptions report;
     bool schema = false;  // --dictionary as JSON Schema
     std::string operand;  // the scenario, or the kind to describe
 };
+
+// Options that shape a replay's report, with their flags; --json also applies to the listings.
+struct ReportOption {
+    const char* name;
+    bool ReportOptions::*flag;
+};
+constexpr ReportOption kReportOptions[] = {{"--json", &ReportOptions::json},
+                                           {"--full", &ReportOptions::full},
+                                           {"--verbose", &ReportOptions::verbose},
+                                           {"--dump", &ReportOptions::dump}};
+
+struct ActionOption {
+    const char* name;
+    CommandLine::Action action;
+};
+constexpr ActionOption kActionOptions[] = {{"--list", CommandLine::Action::kList},
+                                           {"--describe", CommandLine::Action::kDescribe},
+                                           {"--dictionary", CommandLine::Action::kDictionary},
+                                           {"--help", CommandLine::Action::kHelp},
+                                           {"-h", CommandLine::Action::kHelp}};
+
+// What is wrong with the combination of options, or "".
+std::string checkCombination(const CommandLine& command) {
+    const ReportOptions& report = command.report;
+    if (command.schema && command.action != CommandLine::Action::kDictionary) {
+        return "--schema applies to --dictionary";
+    }
+    if (command.schema && report.json) return "--schema and --json cannot be combined";
+    if (command.action == CommandLine::Action::kReplay) {
+        return report.json && report.full
+                       ? "--full shapes the text report; --json always has every parameter"
+                       : "";
+    }
+    for (const ReportOption& option : kReportOptions) {
+        if (report.*option.flag && option.flag != &ReportOptions::json) {
+            return std::string(option.name) + " applies to a replay, not to " + command.actionOption;
+        }
+    }
+    return "";
+}
 
 // The parsed command line, or nullopt after writing what is wrong to err.
 std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& args,
                                             std::ostream& err) {
     CommandLine command;
     std::vector<std::string> operands;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        if (arg == "--json") {
-            command.report.json = true;
-        } else if (arg == "--full") {
-            command.report.full = true;
-        } else if (arg == "--verbose") {
-            command.report.verbose = true;
-        } else if (arg == "--dump") {
-            command.report.dump = true;
-        } else if (arg == "--list") {
-            command.action = CommandLine::Action::kList;
-        } else if (arg == "--describe") {
-            command.action = CommandLine::Action::kDescribe;
-        } else if (arg == "--dictionary") {
-            command.action = CommandLine::Action::kDictionary;
+    for (const std::string& arg : args) {
+        const auto report = std::find_if(std::begin(kReportOptions), std::end(kReportOptions),
+                                         [&](const ReportOption& o) { return arg == o.name; });
+        const auto action = std::find_if(std::begin(kActionOptions), std::end(kActionOptions),
+                                         [&](const ActionOption& o) { return arg == o.name; });
+        if (report != std::end(kReportOptions)) {
+            command.report.*report->flag = true;
+        } else if (action != std::end(kActionOptions)) {
+            // --help answers whatever comes with it.
+            if (command.action == CommandLine::Action::kHelp) continue;
+            if (action->action != CommandLine::Action::kHelp &&
+                command.action != CommandLine::Action::kReplay && command.actionOption != arg) {
+                err << "vistel-replay: " << command.actionOption << " and " << arg
+                    << " cannot be combined\n";
+                return std::nullopt;
+            }
+            command.action = action->action;
+            command.actionOption = arg;
         } else if (arg == "--schema") {
             command.schema = true;
-        } else if (arg == "--help" || arg == "-h") {
-            command.action = CommandLine::Action::kHelp;
         } else if (arg.size() > 1 && arg[0] == '-') {
             err << "vistel-replay: unknown option " << arg << "\n";
             return std::nullopt;
         } else {
             operands.push_back(arg);
         }
+    }
+    if (command.action == CommandLine::Action::kHelp) return command;
+    const std::string conflict = checkCombination(command);
+    if (!conflict.empty()) {
+        err << "vistel-replay: " << conflict << "\n";
+        return std::nullopt;
     }
     const size_t wanted = command.action == CommandLine::Action::kReplay ||
                                           command.action == CommandLine::Action::kDescribe
@@ -98,17 +151,18 @@ std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& args
     return command;
 }
 
-int describe(const std::string& kindText, std::ostream& out, std::ostream& err) {
+int describe(const std::string& kindText, bool json, std::ostream& out, std::ostream& err) {
     const vistel_tools::KindInfo* kind = vistel_tools::findKind(kindText);
     if (kind == nullptr) {
-        err << "vistel-replay: unknown kind \"" << kindText << "\"";
-        if (const char* nearest = vistel_tools::kindNameIgnoringCase(kindText)) {
-            err << " (did you mean \"" << nearest << "\"?)";
+        err << "vistel-replay: unknown kind \"" << vistel_tools::cutText(kindText, kMaxErrorLength)
+            << "\"";
+        if (const char* closest = vistel_tools::closestKindName(kindText)) {
+            err << " (did you mean \"" << closest << "\"?)";
         }
         err << "; vistel-replay --list shows them\n";
         return kExitUsage;
     }
-    printKindDescription(*kind, out);
+    printKindDescription(*kind, out, json);
     return kExitOk;
 }
 
@@ -132,28 +186,15 @@ int printDictionary(const CommandLine& command, std::ostream& out, std::ostream&
 }
 
 int replay(const CommandLine& command, std::ostream& out, std::ostream& err) {
-    const std::string& source = command.operand;
+    // As messages and the report name it.
+    const std::string source = command.operand == "-" ? "standard input" : command.operand;
     std::string text;
-    if (source == "-") {
-        text.assign(std::istreambuf_iterator<char>(std::cin), {});
-    } else {
-        std::ifstream file(source, std::ios::binary);
-        if (!file) {
-            err << source << ": cannot be read\n";
-            return kExitBadInput;
-        }
-        text.assign(std::istreambuf_iterator<char>(file), {});
-    }
-    nlohmann::ordered_json document;
-    try {
-        document = nlohmann::ordered_json::parse(text, nullptr, true, /*ignore_comments=*/true);
-    } catch (const nlohmann::json::parse_error& error) {
-        // what() is "[json.exception.parse_error.101] parse error at line 3, column 5: ...".
-        const std::string what = error.what();
-        err << source << ": not valid JSON: " << what.substr(what.find("] ") + 2) << "\n";
+    const std::string unreadable = readScenarioText(command.operand, &text);
+    if (!unreadable.empty()) {
+        err << source << ": " << unreadable << "\n";
         return kExitBadInput;
     }
-    const Scenario scenario = loadScenario(document);
+    const Scenario scenario = parseScenario(text);
     if (!scenario.errors.empty()) {
         for (const std::string& error : scenario.errors) err << source << ": " << error << "\n";
         err << source << ": nothing was replayed\n";
@@ -187,10 +228,10 @@ int replayMain(const std::vector<std::string>& args, std::ostream& out, std::ost
             out << kUsage;
             return kExitOk;
         case CommandLine::Action::kList:
-            printKindList(out);
+            printKindList(out, command->report.json);
             return kExitOk;
         case CommandLine::Action::kDescribe:
-            return describe(command->operand, out, err);
+            return describe(command->operand, command->report.json, out, err);
         case CommandLine::Action::kDictionary:
             return printDictionary(*command, out, err);
         case CommandLine::Action::kReplay:

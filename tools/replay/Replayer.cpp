@@ -1,6 +1,7 @@
 #include "Replayer.h"
 
 #include <OvrixEvent.h>
+#include <QorThreadManager.h>
 #include <VistelHostService.h>
 #include <VistelManager.h>
 #include <android/log.h>
@@ -9,6 +10,8 @@
 
 #include <atomic>
 #include <cmath>
+#include <condition_variable>
+#include <future>
 #include <map>
 #include <mutex>
 #include <utility>
@@ -80,24 +83,29 @@ bool anyLine(const std::vector<LogLine>& log, bool (*matches)(const std::string&
     return false;
 }
 
-// The reporters' lines for a manager without its service: "error: init failed", or, from the
-// Ovrix reporters, "error: event=0x..., inited=0 not valid".
+// The reporters' lines for a record refused unsent: "error: init failed" without the service;
+// from the Ovrix reporters, and for a null record, "error: event=0x..., inited=0 not valid"; and
+// a record whose task starts after the manager was destroyed.
 bool isNotInitialisedLine(const std::string& message) {
     return endsWith(message, "error: init failed") ||
            (message.find("error: event=") != std::string::npos &&
-            endsWith(message, "inited=0 not valid"));
+            endsWith(message, " not valid")) ||
+           endsWith(message, "error: manager destroyed, record dropped");
 }
 
-// The fault and time-out reporters answer 0 for a drop as for a report; only this line tells.
-bool isDropLine(const std::string& message) {
+// The fault and time-out reporters answer 0 for a record the limiter dropped, as for one sent;
+// only this line tells.
+bool isLimitedLine(const std::string& message) {
     return endsWith(message, "is limited, drop this event");
 }
 
-Outcome classify(bool dispatched, int result, size_t eventCount, const std::vector<LogLine>& log) {
-    if (!dispatched) return Outcome::kNotDispatched;
+// `queued`: reportMsgImpl returned a valid future. A scenario's records are never null and
+// always of a known kind, so an invalid future means the library shed the record at the door.
+Outcome classify(bool queued, int result, size_t eventCount, const std::vector<LogLine>& log) {
+    if (!queued) return Outcome::kShed;
     // Before the result: the scan message reporter answers -2 when not initialised.
     if (anyLine(log, isNotInitialisedLine)) return Outcome::kNotInitialised;
-    if (result == -2 || anyLine(log, isDropLine)) return Outcome::kDropped;
+    if (result == -2 || anyLine(log, isLimitedLine)) return Outcome::kLimited;
     if (result != 0) return Outcome::kFailed;
     return eventCount > 0 ? Outcome::kSent : Outcome::kNoEvent;
 }
@@ -181,35 +189,145 @@ const ManagerStart& managerStart() {
     return sStart;
 }
 
+// ---- Running records --------------------------------------------------------------------------
+
+// What the services received and the library logged since the last look, which clears both.
+struct Observed {
+    ordered_json events;
+    std::vector<LogLine> log;
+};
+
+Observed observe(const Step& step) {
+    Observed observed{collectEvents(step), takeLogLines()};
+    resetServices();
+    return observed;
+}
+
+// One record's result, read once everything it did has been observed.
+struct RecordRun {
+    bool queued;
+    int result;
+    Observed observed;
+};
+
+void addRecord(StepReport& report, RecordRun run) {
+    const Outcome outcome =
+            classify(run.queued, run.result, run.observed.events.size(), run.observed.log);
+    if (report.tally.records() == 0) {
+        report.result = run.result;
+        report.outcome = outcome;
+        report.events = run.observed.events;
+    }
+    report.tally.add(outcome, run.observed.events.size());
+    for (LogLine& line : run.observed.log) report.log.push_back(std::move(line));
+}
+
+// Reports the step's record at `atSeconds` and waits for the result.
+RecordRun runRecord(const Step& step, double atSeconds) {
+    setClock(atSeconds);
+    std::future<int> future = orv::VistelManager::GetInstance()->reportMsgImpl(step.instance.record);
+    const bool queued = future.valid();
+    // The handler has returned once the future is ready, so everything it sent is recorded.
+    const int result = queued ? future.get() : 0;
+    return {queued, result, observe(step)};
+}
+
+// Every worker of the pool held in a task of its own until released: records handed over
+// meanwhile wait in the queue, as behind a camera thread that hands them over faster than the
+// workers take them.
+class WorkerHold {
+  public:
+    explicit WorkerHold(QorThreadManager& pool) : mWorkers(pool.workerCount()) {
+        for (size_t i = 0; i < mWorkers; ++i) mHolds.push_back(pool.enqueue([this] { hold(); }));
+        std::unique_lock<std::mutex> lock(mMutex);
+        mChanged.wait(lock, [this] { return mHeld == mWorkers; });
+    }
+    ~WorkerHold() {
+        release(mWorkers);
+        for (std::future<void>& held : mHolds) held.wait();
+    }
+    WorkerHold(const WorkerHold&) = delete;
+    WorkerHold& operator=(const WorkerHold&) = delete;
+
+    void release(size_t workers) {
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            mReleases += workers;
+        }
+        mChanged.notify_all();
+    }
+
+  private:
+    void hold() {
+        std::unique_lock<std::mutex> lock(mMutex);
+        ++mHeld;
+        mChanged.notify_all();
+        mChanged.wait(lock, [this] { return mReleases > 0; });
+        --mReleases;
+    }
+
+    const size_t mWorkers;
+    std::vector<std::future<void>> mHolds;
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    size_t mHeld = 0;      // guarded by mMutex: workers holding
+    size_t mReleases = 0;  // guarded by mMutex: holds that may end
+};
+
+// The step's records handed over at once while the workers are held, so that the library sees
+// the whole backlog, then run by one worker in the order handed over. A task of ours after each
+// record observes what that record did before the next one starts.
+void runBacklog(const Step& step, StepReport& report) {
+    setClock(step.atSeconds);
+    QorThreadManager* pool = QorThreadManager::GetInstance();
+    orv::VistelManager* manager = orv::VistelManager::GetInstance();
+    std::vector<std::future<int>> results;
+    std::vector<std::future<Observed>> observations;
+    {
+        WorkerHold hold(*pool);
+        for (int i = 0; i < step.repeat; ++i) {
+            results.push_back(manager->reportMsgImpl(step.instance.record));
+            if (results.back().valid()) {
+                observations.push_back(pool->enqueue([&step] { return observe(step); }));
+            }
+        }
+        // What the library logged while records were handed over (a shed record, say).
+        for (LogLine& line : takeLogLines()) report.log.push_back(std::move(line));
+        hold.release(1);
+        if (!observations.empty()) observations.back().wait();
+    }
+    size_t observed = 0;
+    for (std::future<int>& result : results) {
+        if (!result.valid()) {
+            addRecord(report, {false, 0, {ordered_json::array(), {}}});
+            continue;
+        }
+        const int answer = result.get();
+        addRecord(report, {true, answer, observations[observed++].get()});
+    }
+}
+
 }  // namespace
 
-const char* outcomeName(Outcome outcome) {
-    switch (outcome) {
-        case Outcome::kSent:
-            return "sent";
-        case Outcome::kNoEvent:
-            return "no-event";
-        case Outcome::kDropped:
-            return "dropped";
-        case Outcome::kNotInitialised:
-            return "not-initialised";
-        case Outcome::kFailed:
-            return "failed";
-        case Outcome::kNotDispatched:
-            break;
-    }
-    return "not-dispatched";
+int Tally::records() const {
+    int records = 0;
+    for (int count : outcomes) records += count;
+    return records;
+}
+
+void Tally::add(Outcome outcome, size_t eventCount) {
+    ++outcomes[static_cast<size_t>(outcome)];
+    events += static_cast<int>(eventCount);
+}
+
+void Tally::add(const Tally& other) {
+    for (size_t i = 0; i < outcomes.size(); ++i) outcomes[i] += other.outcomes[i];
+    events += other.events;
 }
 
 void Summary::add(const StepReport& report) {
-    for (KindTally* tally : {&kinds[report.step->kind->kind], &total}) {
-        ++tally->records;
-        tally->events += static_cast<int>(report.events.size());
-        tally->dropped += report.outcome == Outcome::kDropped;
-        tally->failed += report.outcome == Outcome::kNotInitialised ||
-                         report.outcome == Outcome::kFailed ||
-                         report.outcome == Outcome::kNotDispatched;
-    }
+    kinds[report.step->kind->kind].add(report.tally);
+    total.add(report.tally);
 }
 
 Replayer::Replayer() {
@@ -228,15 +346,16 @@ bool Replayer::serviceLoaded() const {
 }
 
 StepReport Replayer::run(const Step& step) const {
-    setClock(step.atSeconds);
-    orv::VistelManager* manager = orv::VistelManager::GetInstance();
-    std::future<int> future = manager->reportMsgImpl(step.instance.record);
-    const bool dispatched = future.valid();
-    // The handler has returned once the future is ready, so everything it sent is recorded.
-    const int result = dispatched ? future.get() : 0;
-    StepReport report{&step, result, Outcome::kSent, collectEvents(step), takeLogLines()};
-    resetServices();
-    report.outcome = classify(dispatched, result, report.events.size(), report.log);
+    StepReport report{&step, 0, Outcome::kSent, ordered_json::array(), {}, {}};
+    if (step.repeat > 1 && step.spacingSeconds == 0) {
+        runBacklog(step, report);
+    } else {
+        for (int i = 0; i < step.repeat; ++i) {
+            addRecord(report, runRecord(step, step.atSeconds + i * step.spacingSeconds));
+        }
+    }
+    // Anything logged after the last record's look.
+    for (LogLine& line : takeLogLines()) report.log.push_back(std::move(line));
     return report;
 }
 

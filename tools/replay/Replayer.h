@@ -11,17 +11,9 @@
 
 namespace vistel_replay {
 
-// What became of one record.
-enum class Outcome {
-    kSent,            // 0, and at least one event reached a service
-    kNoEvent,         // 0, and nothing reached a service (nothing to report, or skipped)
-    kDropped,         // dropped by the limiter: -2, or 0 with the limiter's drop line
-    kNotInitialised,  // the manager has no service library: the reporter's "not valid" lines
-    kFailed,          // -1 for another reason: creation, a parameter or the send refused
-    kNotDispatched,   // reportMsgImpl queued nothing (invalid future)
-};
-
-const char* outcomeName(Outcome outcome);  // for JSON: "sent", "not-initialised", ...
+// What became of a record: the library's vocabulary, shared with its dump.
+using vistel_tools::Outcome;
+using vistel_tools::outcomeName;
 
 struct LogLine {
     int priority;
@@ -29,28 +21,34 @@ struct LogLine {
     std::string message;  // as the library logged it, prefix included
 };
 
-struct StepReport {
-    const Step* step;
-    int result;  // the handler's result; 0 when not dispatched
-    Outcome outcome;
-    // What the services received, in order. Each entry is an object with "service" ("vistel",
-    // "ovrix" or "jank print") and the event as the host services write it to their JSON logs,
-    // except that an indexed Vistel parameter holding the address of one of the record's texts
-    // shows the field and its text instead of the address.
-    nlohmann::ordered_json events;
-    std::vector<LogLine> log;  // the library's lines while the step ran
+// Records by outcome, and the events the services took from them.
+struct Tally {
+    std::array<int, vistel_tools::kOutcomeCount> outcomes{};  // by Outcome
+    int events = 0;
+
+    int records() const;  // every record counted once, under its outcome
+    int operator[](Outcome outcome) const { return outcomes[static_cast<size_t>(outcome)]; }
+    void add(Outcome outcome, size_t eventCount);
+    void add(const Tally& other);
 };
 
-struct KindTally {
-    int records = 0;
-    int events = 0;
-    int dropped = 0;
-    int failed = 0;  // not initialised, failed or not dispatched
+struct StepReport {
+    const Step* step;
+    // The step's first record: the handler's result (0 when shed), its outcome, and what the
+    // services received, in order. Each event is an object with "service" ("vistel", "ovrix" or
+    // "jank print") and the event as the host services write it to their JSON logs, except that
+    // an indexed Vistel parameter holding the address of one of the record's texts shows the
+    // field and its text instead of the address.
+    int result;
+    Outcome outcome;
+    nlohmann::ordered_json events;
+    std::vector<LogLine> log;  // the library's lines while the step ran, every record's
+    Tally tally;               // every record of the step
 };
 
 struct Summary {
-    std::array<KindTally, orv::kVistelEventCount> kinds;
-    KindTally total;
+    std::array<Tally, orv::kVistelEventCount> kinds;
+    Tally total;
 
     void add(const StepReport& report);
 };
@@ -67,7 +65,12 @@ class Replayer {
     // False when the manager started without the Vistel service library.
     bool serviceLoaded() const;
 
-    // Sets the clock to the step's time, reports its record and waits for the result.
+    // Sets the clock to the step's time, reports its record and waits for the result. A step
+    // that repeats its record with a spacing reports each at its own time, one after the other.
+    // Without a spacing, every record is handed over while the pool's workers are held, as behind
+    // a runaway caller, and only then run, by one worker in the order handed over: a bound on the
+    // records in flight sheds the same ones in every run, and each record's events and log lines
+    // are its own.
     StepReport run(const Step& step) const;
 };
 

@@ -2,8 +2,13 @@
 
 #include <android/log.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <utility>
+
+#include "LibraryDump.h"
+#include "RecordJson.h"
 
 namespace vistel_replay {
 
@@ -13,11 +18,22 @@ using nlohmann::ordered_json;
 
 // ---- Shared by both forms ---------------------------------------------------------------------
 
-ordered_json tallyJson(const KindTally& tally) {
-    return {{"records", tally.records},
-            {"events", tally.events},
-            {"dropped", tally.dropped},
-            {"failed", tally.failed}};
+// A tally's columns, named and ordered as in the library's dump: the records, the records of each
+// outcome, which add up to them, and the events the services took.
+std::vector<std::pair<std::string, int>> tallyColumns(const Tally& tally) {
+    std::vector<std::pair<std::string, int>> columns = {{"records", tally.records()}};
+    for (size_t i = 0; i < vistel_tools::kOutcomeCount; ++i) {
+        const auto outcome = static_cast<Outcome>(i);
+        columns.emplace_back(outcomeName(outcome), tally[outcome]);
+    }
+    columns.emplace_back("events", tally.events);
+    return columns;
+}
+
+ordered_json tallyJson(const Tally& tally) {
+    ordered_json json = ordered_json::object();
+    for (const auto& [name, count] : tallyColumns(tally)) json[name] = count;
+    return json;
 }
 
 std::string dumpValue(const ordered_json& value) {
@@ -41,11 +57,6 @@ std::string clock(double seconds) {
         snprintf(text + length, sizeof(text) - length, ".%03lld", millis % 1000);
     }
     return text;
-}
-
-std::string fit(const std::string& text, size_t width) {
-    if (text.size() <= width) return text;
-    return width > 3 ? text.substr(0, width - 3) + "..." : text.substr(0, width);
 }
 
 char priorityLetter(int priority) {
@@ -119,6 +130,36 @@ std::string join(const std::vector<std::string>& tokens) {
     return line;
 }
 
+// "%4s %-32s" and a column per count, as the library's dump lays out its table.
+std::string tableRow(const char* kind, const char* name,
+                     const std::vector<std::pair<std::string, int>>& columns, bool header) {
+    char cell[64];
+    snprintf(cell, sizeof(cell), "%4s %-32s", kind, name);
+    std::string row = cell;
+    for (const auto& [column, count] : columns) {
+        const int width = static_cast<int>(std::max<size_t>(9, column.size()));
+        if (header) {
+            snprintf(cell, sizeof(cell), " %*s", width, column.c_str());
+        } else {
+            snprintf(cell, sizeof(cell), " %*d", width, count);
+        }
+        row += cell;
+    }
+    return row;
+}
+
+// "sent 1, limited 4095, shed 5904": the outcomes a repeated step's records had.
+std::string outcomeCounts(const Tally& tally) {
+    std::string text;
+    for (size_t i = 0; i < vistel_tools::kOutcomeCount; ++i) {
+        const auto outcome = static_cast<Outcome>(i);
+        if (tally[outcome] == 0) continue;
+        text += (text.empty() ? "" : ", ") + std::string(outcomeName(outcome)) + " " +
+                std::to_string(tally[outcome]);
+    }
+    return text;
+}
+
 class TextReportWriter : public ReportWriter {
   public:
     TextReportWriter(const ReportOptions& options, std::ostream& out)
@@ -126,58 +167,49 @@ class TextReportWriter : public ReportWriter {
 
     void start(const std::string& source, const Scenario& scenario,
                const Replayer& replayer) override {
-        const double span = scenario.steps.empty() ? 0 : scenario.steps.back().atSeconds;
+        const double span = scenario.steps.empty() ? 0 : scenario.steps.back().lastAtSeconds();
         mOut << "replaying " << source << ": " << scenario.steps.size() << " steps over "
              << clock(span) << " of virtual time\n";
         if (!replayer.serviceLoaded()) {
-            mOut << "the Vistel service library is not loaded: its reporters answer "
-                    "\"not initialised\"\n";
+            mOut << "the Vistel service library is not loaded: every kind but "
+                    "AlgoProcessTimeoutDumpSystrace answers \"not-initialised\"\n";
         }
         if (mOptions.verbose) printLog(replayer.startupLog(), "");
-        mOut << fit("time      kind                                 outcome  "
-                    "what the services received",
-                    kLineWidth)
-             << "\n";
+        char header[128];
+        snprintf(header, sizeof(header), "%-9s %-35s %-15s %s", "time", "kind", "outcome",
+                 "what the services received");
+        mOut << header << "\n";
     }
 
     void step(const StepReport& report) override {
         const Step& step = *report.step;
-        char head[96];
+        const bool repeated = step.repeat > 1;
+        const std::string outcome =
+                repeated ? std::to_string(step.repeat) + " records" : outcomeName(report.outcome);
+        char head[128];
         const int headLength =
-                snprintf(head, sizeof(head), "%-9s %2u %-32s %-8s ", clock(step.atSeconds).c_str(),
-                         step.kind->kind, step.kind->name, label(report.outcome));
-        const std::string indent(static_cast<size_t>(headLength), ' ');
-        if (report.events.empty() || mOptions.full) {
-            mOut << fit(head + reason(report), kLineWidth) << "\n";
-        }
-        if (mOptions.full) {
-            for (const ordered_json& event : report.events) printEvent(event, kIndent);
+                snprintf(head, sizeof(head), "%-9s %2u %-32s %-15s ", clock(step.atSeconds).c_str(),
+                         step.kind->kind, step.kind->name, outcome.c_str());
+        if (repeated) {
+            // The records counted by outcome, never cut; their events are not listed: a runaway
+            // sends thousands alike.
+            mOut << head << repeatedSummary(report) << "\n";
         } else {
-            // The first event shares the step's line, the others line up beneath it.
-            bool first = true;
-            for (const ordered_json& event : report.events) {
-                const std::string line = eventLabel(event) + " " + join(paramTokens(event));
-                mOut << fit((first ? std::string(head) : indent) + line, kLineWidth) << "\n";
-                first = false;
-            }
+            printRecord(report, head, std::string(static_cast<size_t>(headLength), ' '));
         }
         if (mOptions.verbose) printLog(report.log, std::string(kIndent, ' '));
     }
 
     void finish(const Summary& summary) override {
-        char line[128];
-        mOut << "\nkind                                 records   events  dropped   failed\n";
+        mOut << "\n" << tableRow("kind", "name", tallyColumns(summary.total), true) << "\n";
         for (const auto& info : vistel_tools::kinds()) {
-            const KindTally& tally = summary.kinds[info.kind];
-            if (tally.records == 0) continue;
-            snprintf(line, sizeof(line), "%2u %-32s %9d%9d%9d%9d\n", info.kind, info.name,
-                     tally.records, tally.events, tally.dropped, tally.failed);
-            mOut << line;
+            const Tally& tally = summary.kinds[info.kind];
+            if (tally.records() == 0) continue;
+            mOut << tableRow(std::to_string(info.kind).c_str(), info.name, tallyColumns(tally),
+                             false)
+                 << "\n";
         }
-        const KindTally& total = summary.total;
-        snprintf(line, sizeof(line), "   %-32s %9d%9d%9d%9d\n", "total", total.records,
-                 total.events, total.dropped, total.failed);
-        mOut << line;
+        mOut << tableRow("", "total", tallyColumns(summary.total), false) << "\n";
     }
 
     void dump(const std::vector<std::string>& lines) override {
@@ -186,42 +218,61 @@ class TextReportWriter : public ReportWriter {
     }
 
   private:
-    static const char* label(Outcome outcome) {
-        switch (outcome) {
-            case Outcome::kNoEvent:
-                return "no event";
-            case Outcome::kNotInitialised:
-                return "no init";
-            case Outcome::kNotDispatched:
-                return "refused";
-            default:
-                return outcomeName(outcome);
+    // A step of one record: why it sent nothing, or its events; `indent` lines up with `head`.
+    void printRecord(const StepReport& report, const std::string& head, const std::string& indent) {
+        if (report.events.empty() || mOptions.full) printStepLine(head + reason(report));
+        if (mOptions.full) {
+            for (const ordered_json& event : report.events) printEvent(event, kIndent);
+            return;
         }
+        // The first event shares the step's line, the others line up beneath it.
+        bool first = true;
+        for (const ordered_json& event : report.events) {
+            printStepLine((first ? head : indent) + eventLabel(event) + " " +
+                          join(paramTokens(event)));
+            first = false;
+        }
+    }
+
+    // A step's own line: cut to the line width, except in the full form, which shows it whole.
+    void printStepLine(const std::string& line) {
+        mOut << (mOptions.full ? line : vistel_tools::cutText(line, kLineWidth)) << "\n";
     }
 
     // Why a step sent nothing; for a sent step in the full form, its handler's result.
     static std::string reason(const StepReport& report) {
+        std::string answered = "answered " + std::to_string(report.result);
         switch (report.outcome) {
             case Outcome::kSent:
-                return "answered 0";
+                return answered;
             case Outcome::kNoEvent:
-                return "answered 0, nothing to send";
-            case Outcome::kDropped:
-                return "limit: " + vistel_tools::describeLimit(report.step->kind->limit);
+                return answered + ", nothing to send";
+            case Outcome::kLimited:
+                return answered +
+                       ", limit: " + vistel_tools::describeLimit(report.step->kind->limit);
             case Outcome::kNotInitialised:
-                return "answered " + std::to_string(report.result) + ", no service library";
-            case Outcome::kNotDispatched:
-                return "reportMsgImpl queued nothing";
+                return answered + ", no service library";
+            case Outcome::kShed:
+                return "not queued: too many records in flight";
             case Outcome::kFailed:
                 break;
         }
         // The primitive that refused logged why.
         for (const LogLine& line : report.log) {
-            if (line.priority >= ANDROID_LOG_ERROR) {
-                return "answered " + std::to_string(report.result) + ": " + logBody(line.message);
-            }
+            if (line.priority >= ANDROID_LOG_ERROR) return answered + ": " + logBody(line.message);
         }
-        return "answered " + std::to_string(report.result);
+        return answered;
+    }
+
+    // "every 0.5 s: sent 3, limited 2 (3 events)".
+    static std::string repeatedSummary(const StepReport& report) {
+        const Tally& tally = report.tally;
+        std::string text;
+        if (report.step->spacingSeconds > 0) {
+            text = "every " + secondsJson(report.step->spacingSeconds).dump() + " s: ";
+        }
+        return text + outcomeCounts(tally) + " (" + std::to_string(tally.events) +
+               (tally.events == 1 ? " event)" : " events)");
     }
 
     // `slot` names a nested event's place ("PerfDetail[0] "); empty for a top-level event.
@@ -264,6 +315,37 @@ class TextReportWriter : public ReportWriter {
 
 // ---- JSON -------------------------------------------------------------------------------------
 
+// A row of the library's dump, under the dump's own column names.
+ordered_json dumpRowJson(const vistel_tools::DumpRow& row) {
+    ordered_json json = ordered_json::object();
+    for (const auto& [name, count] : row.columns()) json[name] = count;
+    return json;
+}
+
+// The library's dump as one object: its title, the rows of the kinds, the direct sendBootMsg
+// calls and the total, the service binding, the keys of each keyed limit policy, and any other
+// line as it stands.
+ordered_json dumpJson(const std::vector<std::string>& lines) {
+    const vistel_tools::LibraryDump dump = vistel_tools::parseLibraryDump(lines);
+    ordered_json kinds = ordered_json::array();
+    for (const auto& [kind, row] : dump.kinds) {
+        ordered_json entry = {{"kind", kind}, {"name", row.name}};
+        entry.update(dumpRowJson(row));
+        kinds.push_back(std::move(entry));
+    }
+    const std::string servicePrefix = "vistel service: ";
+    ordered_json json = {
+            {"title", lines.empty() ? "" : lines.front()},
+            {"kinds", std::move(kinds)},
+            {"direct", dumpRowJson(dump.direct)},
+            {"total", dumpRowJson(dump.total)},
+            {"inFlight", dump.inFlight},
+            {"service", dump.service.substr(std::min(dump.service.size(), servicePrefix.size()))},
+            {"keyedLimitPolicies", dump.keys}};
+    if (!dump.unparsed.empty()) json["other"] = dump.unparsed;
+    return json;
+}
+
 class JsonReportWriter : public ReportWriter {
   public:
     JsonReportWriter(const ReportOptions& options, std::ostream& out)
@@ -271,12 +353,23 @@ class JsonReportWriter : public ReportWriter {
 
     void start(const std::string&, const Scenario&, const Replayer&) override {}
 
+    // One record: its result, outcome and events. A repeated step: how many records, how far
+    // apart, and the tally of their outcomes.
     void step(const StepReport& report) override {
         const Step& step = *report.step;
-        ordered_json line = {{"step", step.number},     {"at", secondsJson(step.atSeconds)},
-                             {"kind", step.kind->kind}, {"name", step.kind->name},
-                             {"result", report.result}, {"outcome", outcomeName(report.outcome)},
-                             {"events", report.events}};
+        ordered_json line = {{"step", step.number},
+                             {"at", secondsJson(step.atSeconds)},
+                             {"kind", step.kind->kind},
+                             {"name", step.kind->name}};
+        if (step.repeat > 1) {
+            line["repeat"] = step.repeat;
+            line["spacing"] = secondsJson(step.spacingSeconds);
+            line["outcomes"] = tallyJson(report.tally);
+        } else {
+            line["result"] = report.result;
+            line["outcome"] = outcomeName(report.outcome);
+            line["events"] = report.events;
+        }
         if (mOptions.verbose) {
             ordered_json log = ordered_json::array();
             for (const LogLine& entry : report.log) {
@@ -292,8 +385,8 @@ class JsonReportWriter : public ReportWriter {
     void finish(const Summary& summary) override {
         ordered_json kinds = ordered_json::array();
         for (const auto& info : vistel_tools::kinds()) {
-            const KindTally& tally = summary.kinds[info.kind];
-            if (tally.records == 0) continue;
+            const Tally& tally = summary.kinds[info.kind];
+            if (tally.records() == 0) continue;
             ordered_json entry = {{"kind", info.kind}, {"name", info.name}};
             entry.update(tallyJson(tally));
             kinds.push_back(std::move(entry));
@@ -304,7 +397,7 @@ class JsonReportWriter : public ReportWriter {
     }
 
     void dump(const std::vector<std::string>& lines) override {
-        mOut << dumpValue(ordered_json{{"dump", lines}}) << "\n";
+        mOut << dumpValue(ordered_json{{"dump", dumpJson(lines)}}) << "\n";
     }
 
   private:
