@@ -68,6 +68,11 @@ Quantity endToEndRate(const std::string& run) {
     return {run, Field::kCounter, "items_per_second", 1, true};
 }
 
+// The highest of a counter over the repetitions: for figures that promise a ceiling.
+Quantity worst(const std::string& run, const char* name) {
+    return {run, Field::kCounter, name, 1, true};
+}
+
 const Figure kFigures[] = {
         {"reportMsgImpl, caller CPU, workers busy", "ns", cpu("BM_ReportMsgImpl"),
          cpu("BM_EnqueueFloor"), "<= 1.25"},
@@ -95,6 +100,34 @@ const Figure kFigures[] = {
          counter("BM_SteadyMemory/vistel_mem_leak", "held_bytes_per_record"), std::nullopt, "0"},
         {"heap kept per record, keys repeating: ovrix", "B",
          counter("BM_SteadyMemory/ovrix_mem_threshold", "held_bytes_per_record"), std::nullopt, "0"},
+        {"reportMsgImpl shed at the bound, caller CPU", "ns", cpu("BM_ReportMsgImplRefused"),
+         cpu("BM_ReportMsgImpl"), ""},
+        {"flood, 1 thread x 1M records: peak RSS growth", "KB",
+         worst("BM_Flood/1/1", "peak_rss_growth_kb"), worst("BM_Flood/1/0", "peak_rss_growth_kb"),
+         "<= 4096 (worst)"},
+        {"  peak heap held", "KB", worst("BM_Flood/1/1", "peak_heap_kb"),
+         worst("BM_Flood/1/0", "peak_heap_kb"), "(worst)"},
+        {"  records shed", "", worst("BM_Flood/1/1", "shed"), std::nullopt, ""},
+        {"  calls the library did not count", "", worst("BM_Flood/1/1", "unaccounted"),
+         std::nullopt, "0 (worst)"},
+        {"flood, 8 threads x 1M records: peak RSS growth", "KB",
+         worst("BM_Flood/8/1", "peak_rss_growth_kb"), worst("BM_Flood/8/0", "peak_rss_growth_kb"),
+         "<= 4096 (worst)"},
+        {"  peak heap held", "KB", worst("BM_Flood/8/1", "peak_heap_kb"),
+         worst("BM_Flood/8/0", "peak_heap_kb"), "(worst)"},
+        {"  records shed", "", worst("BM_Flood/8/1", "shed"), std::nullopt, ""},
+        {"  calls the library did not count", "", worst("BM_Flood/8/1", "unaccounted"),
+         std::nullopt, "0 (worst)"},
+        {"reportMsgImpl during a 300 ms dlopen: calls that waited", "",
+         worst("BM_ReportDuringSlowDlopen", "waited"), std::nullopt, "0 (worst)"},
+        {"  worst call", "us", worst("BM_ReportDuringSlowDlopen", "worst_us"), std::nullopt,
+         "(worst)"},
+        {"  worst call the scheduler did not interrupt", "us",
+         worst("BM_ReportDuringSlowDlopen", "worst_running_us"), std::nullopt, "<= 1000 (worst)"},
+        {"  99th percentile of those", "us", worst("BM_ReportDuringSlowDlopen", "p99_us"),
+         std::nullopt, "(worst)"},
+        {"  calls the scheduler interrupted", "", worst("BM_ReportDuringSlowDlopen", "preempted"),
+         std::nullopt, "(worst)"},
 };
 
 // Shows the console output as usual (only the aggregates when a benchmark was repeated) and
