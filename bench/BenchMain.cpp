@@ -102,22 +102,6 @@ const Figure kFigures[] = {
          counter("BM_SteadyMemory/ovrix_mem_threshold", "held_bytes_per_record"), std::nullopt, "0"},
         {"reportMsgImpl shed at the bound, caller CPU", "ns", cpu("BM_ReportMsgImplRefused"),
          cpu("BM_ReportMsgImpl"), ""},
-        {"flood, 1 thread x 1M records: peak RSS growth", "KB",
-         worst("BM_Flood/1/1", "peak_rss_growth_kb"), worst("BM_Flood/1/0", "peak_rss_growth_kb"),
-         "<= 4096 (worst)"},
-        {"  peak heap held", "KB", worst("BM_Flood/1/1", "peak_heap_kb"),
-         worst("BM_Flood/1/0", "peak_heap_kb"), "(worst)"},
-        {"  records shed", "", worst("BM_Flood/1/1", "shed"), std::nullopt, ""},
-        {"  calls the library did not count", "", worst("BM_Flood/1/1", "unaccounted"),
-         std::nullopt, "0 (worst)"},
-        {"flood, 8 threads x 1M records: peak RSS growth", "KB",
-         worst("BM_Flood/8/1", "peak_rss_growth_kb"), worst("BM_Flood/8/0", "peak_rss_growth_kb"),
-         "<= 4096 (worst)"},
-        {"  peak heap held", "KB", worst("BM_Flood/8/1", "peak_heap_kb"),
-         worst("BM_Flood/8/0", "peak_heap_kb"), "(worst)"},
-        {"  records shed", "", worst("BM_Flood/8/1", "shed"), std::nullopt, ""},
-        {"  calls the library did not count", "", worst("BM_Flood/8/1", "unaccounted"),
-         std::nullopt, "0 (worst)"},
         {"reportMsgImpl during a 300 ms dlopen: calls that waited", "",
          worst("BM_ReportDuringSlowDlopen", "waited"), std::nullopt, "0 (worst)"},
         {"  worst call", "us", worst("BM_ReportDuringSlowDlopen", "worst_us"), std::nullopt,
@@ -247,12 +231,31 @@ void printEndToEndFigures(const SummaryReporter& results) {
     }
 }
 
+// A flood by 1 and by 8 camera threads, each figure beside its floor where the floor is the same
+// threads making and dropping the records without reporting them.
+void printFloodFigures(const SummaryReporter& results) {
+    for (const char* threads : {"1", "8"}) {
+        const std::string run = std::string("BM_Flood/") + threads;
+        const std::string label = std::string("flood, ") + threads + " thread" +
+                                  (threads[0] == '1' ? "" : "s") + " x 1M records: peak RSS growth";
+        printFigure(results, {label, "KB", worst(run + "/1", "peak_rss_growth_kb"),
+                              worst(run + "/0", "peak_rss_growth_kb"), "<= 4096 (worst)"});
+        printFigure(results, {"  peak heap held", "KB", worst(run + "/1", "peak_heap_kb"),
+                              worst(run + "/0", "peak_heap_kb"), "(worst)"});
+        printFigure(results,
+                    {"  records shed", "", worst(run + "/1", "shed"), std::nullopt, "(worst)"});
+        printFigure(results, {"  calls the library did not count", "",
+                              worst(run + "/1", "unaccounted"), std::nullopt, "0 (worst)"});
+    }
+}
+
 void printFigures(const SummaryReporter& results) {
     std::printf("\n%-50s %12s %6s %12s %7s  %s\n", "figure (best of repetitions)", "measured",
                 "unit", "floor", "ratio", "target");
     for (const Figure& f : kFigures) printFigure(results, f);
     printEndToEndFigures(results);
     printLatencyFigures(results);
+    printFloodFigures(results);
 }
 
 // Where a record's CPU goes, over every repetition of BM_Split: its five ways of taking the

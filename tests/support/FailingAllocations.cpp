@@ -9,8 +9,13 @@ namespace {
 
 // Allocations of this thread left before the one that fails; 0: disarmed.
 thread_local long tAllocationsBeforeFailure = 0;
+thread_local void (*tNextAllocationHook)() = nullptr;
 
 void* allocate(size_t size) {
+    if (void (*hook)() = tNextAllocationHook) {
+        tNextAllocationHook = nullptr;
+        hook();
+    }
     if (tAllocationsBeforeFailure > 0 && !vistel_test::LogCapture::capturing() &&
         --tAllocationsBeforeFailure == 0) {
         throw std::bad_alloc();
@@ -26,6 +31,10 @@ namespace vistel_test {
 
 void armAllocationFailure(long n) {
     tAllocationsBeforeFailure = n;
+}
+
+void atNextAllocationOfThisThread(void (*hook)()) {
+    tNextAllocationHook = hook;
 }
 
 bool disarmAllocationFailure() {
