@@ -31,6 +31,7 @@ void* VistelLibLoader::operator new(size_t size, const std::nothrow_t&) noexcept
 
 void VistelLibLoader::operator delete(void* /*instance*/, const std::nothrow_t&) noexcept {}
 
+// NOLINTNEXTLINE(cert-dcl54-cpp,misc-new-delete-overloads): see the declaration
 void VistelLibLoader::operator delete(void* /*instance*/) noexcept {}
 
 VistelLibLoader::VistelLibLoader()

@@ -26,6 +26,8 @@ class VistelLibLoader : public SharedObjectLoader {
     // creation and deletion happen under sLock): creating it cannot run out of memory.
     static void* operator new(size_t size, const std::nothrow_t&) noexcept;
     static void operator delete(void* instance, const std::nothrow_t&) noexcept;
+    // What `delete` calls; its new is the nothrow one above, the only way an instance is made.
+    // NOLINTNEXTLINE(cert-dcl54-cpp,misc-new-delete-overloads)
     static void operator delete(void* instance) noexcept;
 
     // Clears the create, set-by-index, set-time, send and destroy entries. The six named
