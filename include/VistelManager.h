@@ -204,11 +204,13 @@ class VistelManager {
     VISTEL_EXPORT void sendBootMsg(std::vector<SingleBootNode>& nodes);
 
     // Writes what became of the records since the process started to `fd`, for the HAL's
-    // dump/debug entry point (dumpsys): one line per kind (records dispatched, events the
-    // services took, records the limiter dropped, records refused as not initialised, calls a
-    // service refused), then the service binding and how many keys each keyed limit policy
-    // holds. Any thread. A reporter never waits on it longer than reading the limiter's key
-    // counts takes; the writing happens after every figure has been read.
+    // dump/debug entry point (dumpsys): one line per kind (the records, each counted once with
+    // one outcome: sent, limited, no-event, not-initialised, failed or shed; then the events the
+    // services took), the records in flight, the service binding and how many keys each keyed
+    // limit policy holds. Any thread, but not a signal handler. A reporter never waits on it
+    // longer than reading the limiter's key counts takes; the writing happens after every figure
+    // has been read, once. A reader that went away ends it quietly, whatever the process does
+    // with SIGPIPE; an fd that would block cuts it short, with an error line in the log.
     //
     //     VistelManager::GetInstance()->dump(fd);
     VISTEL_EXPORT void dump(int fd);
