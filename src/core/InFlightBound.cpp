@@ -40,9 +40,7 @@ InFlightBound::SinceLastLine InFlightBound::takeSinceLastLine() {
 }
 
 void InFlightBound::shed(VistelEvent kind) {
-    counters::KindCounters& row = counters::of(kind);
-    row.addRecord();
-    row.add(counters::Outcome::kShed);
+    counters::of(kind).addEndedRecord(counters::Outcome::kShed);
     mShedSinceLine[kind].fetch_add(1, std::memory_order_relaxed);
     const uint64_t refusals = mRefusals.fetch_add(1, std::memory_order_relaxed);
 

@@ -21,10 +21,11 @@ namespace orv {
 
 class InFlightBound {
   public:
-    // Far above any burst of a working camera stack (a camera day, eight camera threads reporting
-    // every kind at once, or a whole day's boot records at once, stay below a hundred in flight),
-    // and small enough that a runaway caller costs a few megabytes at most: about 240 bytes a
-    // queued record (the task, the future's state, the queue's slot) plus the record itself.
+    // Far above any burst of a working camera stack (a camera day keeps one record in flight,
+    // eight camera threads reporting every kind at once about a thousand, a whole day's boot
+    // records handed over at once 2,000), and small enough that a runaway caller costs a few
+    // megabytes at most: about 240 bytes a queued record (the task, the future's state, the queue's
+    // slot) plus the record itself.
     static constexpr uint32_t kBound = 4096;
     // Shedding is over once the records in flight are down to this many.
     static constexpr uint32_t kCaughtUp = kBound / 2;
@@ -62,12 +63,13 @@ class InFlightBound {
     void raisePeak(uint32_t count);
     void shed(VistelEvent kind);
     void caughtUp();
-    // Takes the shed counts since the last line; false when none.
+    // The records shed since the last line, and the kind shed most.
     struct SinceLastLine {
         uint64_t refused = 0;
         uint32_t mostKind = 0;
         uint64_t mostCount = 0;
     };
+    // Takes them, and starts the next line's count from zero.
     SinceLastLine takeSinceLastLine();
 
     std::atomic<uint32_t> mInFlight{0};

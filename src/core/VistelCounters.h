@@ -43,6 +43,12 @@ struct alignas(64) KindCounters {
     void add(Outcome outcome) {
         outcomes[static_cast<size_t>(outcome)].fetch_add(1, std::memory_order_relaxed);
     }
+    // A record that ends where it is counted, before any reporter runs it: shed at the door, or
+    // its task refused once the manager is gone.
+    void addEndedRecord(Outcome outcome) {
+        addRecord();
+        add(outcome);
+    }
     void addEvents(uint64_t count) {
         if (count != 0) events.fetch_add(count, std::memory_order_relaxed);
     }

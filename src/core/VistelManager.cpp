@@ -103,15 +103,20 @@ int runQueued(VistelManager* manager, const Registration& entry,
         if (pass.entered()) {
             result = (manager->*entry.handler)(std::move(record));
         } else {
-            counters::KindCounters& row = counters::of(entry.kind);
-            row.addRecord();
-            row.add(counters::Outcome::kNotInitialised);
+            counters::of(entry.kind).addEndedRecord(counters::Outcome::kNotInitialised);
             logManagerDestroyed(entry.name);
             record.reset();
         }
     }
     InFlightBound::instance().finished();
     return result;
+}
+
+// Gives back the manager's reference to the service library, if it holds one.
+void releaseLoader(VistelLibLoader*& loader) {
+    if (loader == nullptr) return;
+    VistelLibLoader::destroyInstance();
+    loader = nullptr;
 }
 
 // The process's worker pool, or null when memory ran out while it was being built: the manager
@@ -167,10 +172,7 @@ VistelManager::VistelManager() : mThreadManager(workerPool()), mInited(false), m
 }
 
 VistelManager::~VistelManager() {
-    if (mLibLoader != nullptr) {
-        VistelLibLoader::destroyInstance();
-        mLibLoader = nullptr;
-    }
+    releaseLoader(mLibLoader);
 }
 
 void VistelManager::Init() {
@@ -185,10 +187,7 @@ void VistelManager::Init() {
     // Not initialised after all, and holding no reference to the service library.
     auto giveUp = [this] {
         mInited = false;
-        if (mLibLoader != nullptr) {
-            VistelLibLoader::destroyInstance();
-            mLibLoader = nullptr;
-        }
+        releaseLoader(mLibLoader);
     };
     try {
         mLibLoader = VistelLibLoader::getInstance();
@@ -244,10 +243,10 @@ std::future<int> VistelManager::reportMsgImpl(std::shared_ptr<VistelEventBase> e
     // Held while this call reads the manager: it is not destroyed under a camera thread that is
     // still here, and once it is being destroyed nothing of it is read.
     ReporterGate::Pass pass(reporterGate(), GateHolder::kCaller);
-    auto handler = pass.entered() && known ? mFuncMap.find(kind) : mFuncMap.end();
     if (!pass.entered()) {
         VLOGE("%s() error: manager destroyed, record dropped", __func__);
-    } else if (handler == mFuncMap.end()) {
+    } else if (const auto handler = known ? mFuncMap.find(kind) : mFuncMap.end();
+               handler == mFuncMap.end()) {
         VLOGE("%s() unknown event:%d, skip handling", __func__, kind);
     } else if (mThreadManager == nullptr) {
         VLOGE("%s() error: no worker pool, event:%d not queued", __func__, kind);
