@@ -181,8 +181,7 @@ class VistelManager {
     VISTEL_EXPORT int sendEventStatisticData(std::shared_ptr<VistelEventBase> event);
     VISTEL_EXPORT int sendEventHDRPData(std::shared_ptr<VistelEventBase> event);
     VISTEL_EXPORT int SendEventSnapshotBigdataV2(std::shared_ptr<VistelEventBase> event);
-    VISTEL_EXPORT int SendEventAlgoProcessTimeoutDumpSystrace(
-            std::shared_ptr<VistelEventBase> event);
+    VISTEL_EXPORT int SendEventAlgoProcessTimeoutDumpSystrace(std::shared_ptr<VistelEventBase> event);
     VISTEL_EXPORT int sendEventFlushProcessTimeoutError(std::shared_ptr<VistelEventBase> event);
     VISTEL_EXPORT int sendEventStopProcessTimeoutError(std::shared_ptr<VistelEventBase> event);
     VISTEL_EXPORT int sendEventSessionUninitProcessTimeoutError(
@@ -222,6 +221,9 @@ class VistelManager {
     VistelManager& operator=(const VistelManager&) = delete;
 
     void registerFunction(VistelEvent event, HandlerMethod func);
+
+    // The reporters' way to the primitives' work: they already hold a pass of their door.
+    friend struct PrimitiveAccess;
 
     // Time-out event builders; isError selects the event identifier.
     int sendEventAlgoProcessTimeout(vistelAlgoProcessTimeout* data, bool isError) const;

@@ -47,6 +47,8 @@ void InFlightBound::shed(VistelEvent kind) {
     if (!mShedding.load(std::memory_order_relaxed) && !mShedding.exchange(true)) {
         // Refusals are counted from the one that starts shedding.
         mRefusals.store(1, std::memory_order_relaxed);
+        // A restart within an episode says nothing now: the next "still shedding" line counts it.
+        if (mEpisode.exchange(true)) return;
         mLastLineNs.store(systemTime(SYSTEM_TIME_MONOTONIC), std::memory_order_relaxed);
         const SinceLastLine since = takeSinceLastLine();
         VISTEL_LOG_AT(ANDROID_LOG_ERROR, kDoor,
@@ -76,12 +78,29 @@ void InFlightBound::shed(VistelEvent kind) {
 }
 
 void InFlightBound::caughtUp() {
-    if (!mShedding.exchange(false)) return;
+    if (mShedding.exchange(false)) sayStoppedWhenDue();
+}
+
+void InFlightBound::sayStoppedWhenDue() {
+    const int64_t now = systemTime(SYSTEM_TIME_MONOTONIC);
+    int64_t last = mLastLineNs.load(std::memory_order_relaxed);
+    if (now - last < kLineIntervalNs || mShedding.load(std::memory_order_relaxed) ||
+        !mLastLineNs.compare_exchange_strong(last, now, std::memory_order_relaxed) ||
+        !mEpisode.exchange(false)) {
+        return;
+    }
     const SinceLastLine since = takeSinceLastLine();
     VISTEL_LOG_AT(ANDROID_LOG_INFO, kDoor,
                   "%s() shedding stopped: %llu more refused since the last line, %u records in "
                   "flight",
                   kDoor, static_cast<unsigned long long>(since.refused), inFlight());
+}
+
+void InFlightBound::resetAfterFork() {
+    mGeneration.fetch_add(1, std::memory_order_relaxed);
+    mInFlight.store(0, std::memory_order_relaxed);
+    mShedding.store(false, std::memory_order_relaxed);
+    mEpisode.store(false, std::memory_order_relaxed);
 }
 
 }  // namespace orv

@@ -1,40 +1,45 @@
-// Keeps the manager's state alive for everyone still using it, and shuts them out once the
-// manager is being destroyed.
+// Keeps the manager's state alive for everyone still using it, and shuts them out while it is
+// not there: before it is built, and once it is being destroyed.
 //
 // The pool belongs to the platform and outlives the manager: at process exit or unload, tasks
 // queued before the manager's destructor may still start afterwards, tasks already running may
-// still be inside a reporter, and a camera thread may be inside reportMsgImpl or dump(). Each of
-// them holds a pass while it reads the manager. Tearing down closes the gate first: no pass is
-// granted from then on, and the manager's state is destroyed only once every pass has been
-// given back. When that does not happen within the bound, nothing is destroyed at all: whoever
-// is still inside keeps working on live state, and the process's exit reclaims it.
+// still be inside a reporter, and any thread may be inside an exported entry point. Each of them
+// holds a pass while it reads the manager. Tearing down closes the gate first: no pass is granted
+// from then on, and the manager's state is destroyed only once every pass has been given back.
+// When that does not happen within the bound, nothing is destroyed at all ("kept"): whoever is
+// still inside keeps working on live state, and the process's exit reclaims it.
 //
-// Two kinds of holder. A reporter's pass (a queued task, a handler called directly, sendBootMsg)
-// is also counted per thread: a handler running inside its task's pass enters again without
-// touching the shared count, and a reporter whose service calls exit() runs the manager's
-// destructor on its own thread, which must not wait for its own pass. A caller's pass
-// (reportMsgImpl, dump) touches only the shared count: the camera thread's path reads no
-// thread-local storage, whose first use in a thread can take the dynamic loader's lock.
+// A pass is counted twice: in the shared count close() waits on, and per thread, so that close()
+// does not wait for passes its own thread holds (a service that calls exit() inside a reporter
+// runs the manager's destructor on that reporter's thread). The per-thread count lives in a
+// POSIX thread-specific slot whose key is created with the gate, when the library loads: unlike a
+// C++ thread_local in a dlopen()ed library, reading and writing it never makes the C library
+// allocate per-thread storage on a thread's first use, whose failure aborts the process. If a
+// slot cannot be written, that pass is simply not known to its thread; close() then waits out its
+// bound for it, and keeps the manager.
 #pragma once
+
+#include <pthread.h>
 
 #include <atomic>
 #include <chrono>
-#include <climits>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
+#include <new>
+
+#include "Immortal.h"
 
 namespace orv {
 
 // Where a test can hold a thread inside the gate's protocol. Production uses NoGateHooks, whose
 // calls compile to nothing.
 struct NoGateHooks {
-    // Between counting a new pass and checking whether the gate is closed.
+    // Between counting a new pass and checking whether the gate is open.
     static void entering() {}
     // close() is about to wait for the passes still held.
     static void waiting() {}
 };
-
-enum class GateHolder { kCaller, kReporter };
 
 template <typename Hooks = NoGateHooks>
 class BasicReporterGate {
@@ -44,104 +49,127 @@ class BasicReporterGate {
     // and that must not hang the camera process's exit with it.
     static constexpr std::chrono::milliseconds kDrainBound{500};
 
-    enum class Entry { kRefused, kEntered, kReentered };
+    enum class State : int {
+        kNotOpen,  // the manager is not built yet
+        kOpen,
+        kClosed,  // being destroyed, destroyed, or kept
+    };
+
+    BasicReporterGate() : mHaveThreadKey(pthread_key_create(&mThreadKey, nullptr) == 0) {}
+    // Only gates of tests are ever destroyed; the manager's is immortal.
+    ~BasicReporterGate() {
+        if (mHaveThreadKey) pthread_key_delete(mThreadKey);
+    }
+    BasicReporterGate(const BasicReporterGate&) = delete;
+    BasicReporterGate& operator=(const BasicReporterGate&) = delete;
 
     class Pass {
       public:
-        Pass(BasicReporterGate& gate, GateHolder holder)
+        explicit Pass(BasicReporterGate& gate)
             : mGate(gate),
-              mPasses(holder == GateHolder::kReporter ? &passesOfThisThread() : nullptr),
-              mEntry(gate.enter(mPasses)) {}
+              mSeen(gate.enter()),
+              mCountedOnThread(mSeen == State::kOpen && gate.addThreadPasses(1)) {}
         ~Pass() {
-            if (mEntry != Entry::kRefused) mGate.leave(mPasses);
+            if (mSeen != State::kOpen) return;
+            if (mCountedOnThread) mGate.addThreadPasses(-1);
+            mGate.release();
         }
         Pass(const Pass&) = delete;
         Pass& operator=(const Pass&) = delete;
 
-        // False once the gate is closed: the holder must not touch the manager.
-        bool entered() const { return mEntry != Entry::kRefused; }
-        // Entered inside another reporter pass of this thread (a handler run by its queued task).
-        bool reentered() const { return mEntry == Entry::kReentered; }
+        // False while the gate is not open: the holder must not touch the manager.
+        bool entered() const { return mSeen == State::kOpen; }
+        // Why a refused pass was refused: kNotOpen or kClosed.
+        State seen() const { return mSeen; }
 
       private:
         BasicReporterGate& mGate;
-        // This thread's count of reporter passes, looked up once; null for a caller's pass.
-        int* const mPasses;
-        const Entry mEntry;
+        const State mSeen;
+        const bool mCountedOnThread;
     };
 
-    // No new pass is granted from now on (a reporter already inside on this thread still
-    // enters again). Waits up to `bound` for the passes held by others; true when they are all
-    // given back, false when one is still held after that. The calling thread's own reporter
-    // pass, if it holds one, is not waited for: it cannot be given back while this call runs.
+    // The manager is built: passes are granted from now on. Opens only a gate never opened.
+    void open() {
+        State expected = State::kNotOpen;
+        mState.compare_exchange_strong(expected, State::kOpen);
+    }
+
+    // No new pass is granted from now on. Waits up to `bound` for the passes held by other
+    // threads; true when they are all given back, false (the manager is to be kept) when one is
+    // still held after that. The passes the calling thread holds itself are not waited for: they
+    // cannot be given back while this call runs.
     bool close(std::chrono::milliseconds bound) {
-        const int own = passesOfThisThread() > 0 ? 1 : 0;
-        mClosed.store(true);
+        const intptr_t own = passesOfThisThread();
+        mState.store(State::kClosed);
         std::unique_lock<std::mutex> lock(mMutex);
         const auto deadline = std::chrono::steady_clock::now() + bound;
         Hooks::waiting();
-        return mDrained.wait_until(lock, deadline, [this, own] { return mHeld.load() == own; });
+        const bool drained =
+                mDrained.wait_until(lock, deadline, [this, own] { return mHeld.load() <= own; });
+        if (!drained) mKept.store(true, std::memory_order_relaxed);
+        return drained;
     }
 
-    // Once closed, stays closed. A relaxed read: a hint for callers outside any pass.
-    bool closed() const { return mClosed.load(std::memory_order_relaxed); }
+    // For callers outside any pass: a hint, exact once closed (it stays closed).
+    State state() const { return mState.load(std::memory_order_acquire); }
+    // close() gave up: the manager was kept, whole, for the rest of the process.
+    bool kept() const { return mKept.load(std::memory_order_relaxed); }
+
+    // In a child process just forked: only the forking thread exists there, so the passes other
+    // threads held belong to the parent, and a lock one of them held would never be released.
+    void resetAfterFork() {
+        mHeld.store(static_cast<int>(passesOfThisThread()));
+        new (&mMutex) std::mutex();
+        new (&mDrained) std::condition_variable();
+    }
 
   private:
-    // The reporter passes this thread holds on gates of this kind. Read only on reporter passes
-    // and by close().
-    static int& passesOfThisThread() {
-        static thread_local int sPasses = 0;
-        return sPasses;
+    intptr_t passesOfThisThread() const {
+        return mHaveThreadKey ? reinterpret_cast<intptr_t>(pthread_getspecific(mThreadKey)) : 0;
+    }
+    // False when the thread's slot could not be written: the pass is then not counted on it.
+    bool addThreadPasses(intptr_t delta) {
+        if (!mHaveThreadKey) return false;
+        const intptr_t passes = passesOfThisThread() + delta;
+        return pthread_setspecific(mThreadKey, reinterpret_cast<void*>(passes)) == 0;
     }
 
-    // `passes`: this thread's count of reporter passes, or null for a caller's pass.
-    Entry enter(int* passes) {
-        if (passes != nullptr && *passes > 0) {
-            // Inside this thread's own pass: the shared count already holds the manager.
-            ++*passes;
-            return Entry::kReentered;
-        }
+    State enter() {
         // Counted before the check, both sequentially consistent: a holder that enters either
         // sees the gate closed, or is counted before close() reads the count.
         mHeld.fetch_add(1);
         Hooks::entering();
-        if (mClosed.load()) {
-            release();
-            return Entry::kRefused;
-        }
-        if (passes != nullptr) ++*passes;
-        return Entry::kEntered;
-    }
-
-    void leave(int* passes) {
-        if (passes != nullptr && --*passes > 0) return;
-        release();
+        const State state = mState.load();
+        if (state != State::kOpen) release();
+        return state;
     }
 
     void release() {
-        if (mHeld.fetch_sub(1) <= 2 && mClosed.load()) {
-            // The last one out, or the last one besides a closer's own pass. Notified under the
-            // mutex, so the wake-up cannot fall between close()'s check and its wait.
+        mHeld.fetch_sub(1);
+        if (mState.load() == State::kClosed) {
+            // A closer may be waiting. Notified under the mutex, so the wake-up cannot fall
+            // between close()'s check and its wait.
             std::lock_guard<std::mutex> lock(mMutex);
             mDrained.notify_all();
         }
     }
 
     std::atomic<int> mHeld{0};
-    std::atomic<bool> mClosed{false};
-    std::mutex mMutex;  // pairs close()'s wait with the last release's notification
+    std::atomic<State> mState{State::kNotOpen};
+    std::atomic<bool> mKept{false};
+    pthread_key_t mThreadKey{};
+    const bool mHaveThreadKey;
+    std::mutex mMutex;  // pairs close()'s wait with a release's notification
     std::condition_variable mDrained;
 };
 
 using ReporterGate = BasicReporterGate<>;
 
-// The gate of the process's manager. Built in static storage when the library is loaded, before
-// anything can report, and never destroyed: late tasks and late callers ask it while the process
-// exits. A reference rather than a function keeps the lookup to one load on the camera thread.
-extern ReporterGate& gReporterGate;
+// The gate of the process's manager: built when the library loads, never destroyed.
+extern Immortal<ReporterGate> gReporterGate;
 
 inline ReporterGate& reporterGate() {
-    return gReporterGate;
+    return gReporterGate.get();
 }
 
 }  // namespace orv

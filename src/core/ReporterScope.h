@@ -1,52 +1,27 @@
-// The frame every reporter runs in: a pass of the manager's gate, and the count of what became of
-// its record.
+// The count of what became of one record handed to a reporter: the record is counted when the
+// scope starts, and exactly one outcome when it ends. The reporter's door (EntryDoor.h) opens
+// the scope; the reporter tells it what it decided and what the services answered:
 //
-//     int VistelManager::sendEventMemLimit(std::shared_ptr<VistelEventBase> event) try {
-//         ReporterScope scope(__func__, counters::of(kEventMemLimit));
-//         if (!scope.admitted()) return -1;  // the manager is gone: its not-initialised result
-//         ...                                // scope.limited(), scope.serviceAnswer(...)
-//     } catch (const std::exception& e) {
-//         return reportFailed(__func__, e);
-//     }
+//     if (refusedNotInitialised(scope, inited, data)) return -1;  // scope.notInitialised()
+//     if (isLimited(data)) { logLimited(scope); return 0; }     // scope.limited()
+//     scope.serviceAnswer(sendResult == 0);                      // once per event handed over
 //
-// The scope is the reporter's pass of the gate. A handler run by its queued task enters again
-// inside the task's own pass, on the same thread; a handler called directly by the camera stack
-// enters on its own, and once the manager is being destroyed is refused and answers its
-// not-initialised result at once. It counts the record (a queued one whose task was refused is
-// counted by the dispatch wrapper instead), then, when it ends,
-// exactly one outcome is counted: the one the reporter decided (not initialised, limited), or else
-// failed if a service refused one of its events or memory ran out on the way (an exception is
-// leaving the reporter), sent if the services took at least one event, no event otherwise.
+// The outcome: the one the reporter or its door decided (not initialised, limited, failed when
+// the work threw), or else failed if a service refused one of its events, sent if the services
+// took at least one, no event otherwise.
 #pragma once
 
-#ifndef LOG_TAG
-#define LOG_TAG "VistelManager"
-#endif
-
 #include <cstdint>
-#include <exception>
 
-#include "ReporterGate.h"
 #include "VistelCounters.h"
-#include "VistelLog.h"
 
 namespace orv {
-
-// The line of work that arrives once the manager is gone, under the handler's name.
-inline void logManagerDestroyed(const char* reporter) {
-    VISTEL_LOG_AT(ANDROID_LOG_ERROR, reporter, "%s() error: manager destroyed, record dropped",
-                  reporter);
-}
 
 class ReporterScope {
   public:
     ReporterScope(const char* reporter, counters::KindCounters& row)
-        : mReporter(reporter), mRow(row), mPass(reporterGate(), GateHolder::kReporter) {
+        : mReporter(reporter), mRow(row) {
         mRow.addRecord();
-        if (!mPass.entered()) {
-            logManagerDestroyed(mReporter);
-            mDecided = counters::Outcome::kNotInitialised;
-        }
     }
     ~ReporterScope() {
         mRow.add(outcome());
@@ -55,13 +30,12 @@ class ReporterScope {
     ReporterScope(const ReporterScope&) = delete;
     ReporterScope& operator=(const ReporterScope&) = delete;
 
-    // False once the manager is being destroyed: the reporter must answer at once, with its
-    // not-initialised result, touching nothing of the manager.
-    bool admitted() const { return mPass.entered(); }
     const char* reporter() const { return mReporter; }
 
     void notInitialised() { mDecided = counters::Outcome::kNotInitialised; }
     void limited() { mDecided = counters::Outcome::kLimited; }
+    // The reporter's work threw (memory ran out while it built an event, or a service threw).
+    void failed() { mDecided = counters::Outcome::kFailed; }
     // One event handed to a service: taken, or refused.
     void serviceAnswer(bool accepted) {
         if (accepted) {
@@ -74,12 +48,7 @@ class ReporterScope {
   private:
     counters::Outcome outcome() const {
         if (mDecided != kUndecided) return mDecided;
-        // An exception leaving the reporter is memory that ran out while it built an event. (A
-        // handler called from a destructor while another exception unwinds counts as failed too;
-        // none of ours is.)
-        if (mServiceRefused || std::uncaught_exceptions() > 0) {
-            return counters::Outcome::kFailed;
-        }
+        if (mServiceRefused) return counters::Outcome::kFailed;
         return mEventsTaken > 0 ? counters::Outcome::kSent : counters::Outcome::kNoEvent;
     }
 
@@ -88,7 +57,6 @@ class ReporterScope {
 
     const char* mReporter;
     counters::KindCounters& mRow;
-    ReporterGate::Pass mPass;
     counters::Outcome mDecided = kUndecided;
     uint64_t mEventsTaken = 0;
     bool mServiceRefused = false;

@@ -157,9 +157,12 @@ void writeRow(DumpWriter& out, const char* kind, const char* name, const Row& ro
     out.line(kRowFormat, kind, name, row.records, o[0], o[1], o[2], o[3], o[4], o[5], row.events);
 }
 
-// What the manager itself holds, read inside a pass of its gate: nothing once it is destroyed.
+// What the manager itself holds, read inside a pass of its gate, or at any time once it was kept
+// at exit (it is never destroyed then): nothing before it is built or once it is destroyed.
 struct ManagerState {
     bool alive = false;
+    bool kept = false;
+    bool notBuilt = false;
     bool inited = false;
     std::array<VistelManager::FrequencyLimit::KeyCount, VistelManager::FrequencyLimit::kKeyedPolicies>
             keyCounts = {};
@@ -167,9 +170,11 @@ struct ManagerState {
 
 void writeBinding(DumpWriter& out, const ManagerState& manager) {
     if (!manager.alive) {
-        out.line("vistel service: destroyed with the manager");
+        out.line(manager.notBuilt ? "vistel service: manager not built yet"
+                                  : "vistel service: destroyed with the manager");
         return;
     }
+    if (manager.kept) out.line("manager: kept at exit, still in use: nothing was destroyed");
     const counters::BindingState state = counters::bindingState();
     switch (state.binding) {
         case counters::Binding::kBound:
@@ -204,8 +209,10 @@ void VistelManager::dump(int fd) {
     const uint32_t inFlightPeak = inFlight.peak();
     ManagerState manager;
     {
-        ReporterGate::Pass pass(reporterGate(), GateHolder::kCaller);
-        if (pass.entered()) {
+        ReporterGate::Pass pass(reporterGate());
+        manager.kept = reporterGate().kept();
+        manager.notBuilt = pass.seen() == ReporterGate::State::kNotOpen;
+        if (pass.entered() || manager.kept) {
             manager.alive = true;
             manager.inited = mInited;
             manager.keyCounts = mFrequencyLimit.keyCounts();

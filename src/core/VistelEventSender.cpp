@@ -1,19 +1,24 @@
 #include "VistelEventSender.h"
 
+#include "EventPrimitives.h"
+
 namespace orv {
 
 namespace {
 
-int setParam(const VistelManager& manager, void*& eventObj, const VistelParam& param) {
+int setParam(const VistelLibLoader* loader, void*& eventObj, const VistelParam& param) {
     switch (param.form) {
         case VistelParam::Form::kIndexed:
-            return manager.setEventParam(eventObj, param.index, param.longValue);
+            return primitives::setEventParam(loader, eventObj, param.index, param.longValue);
         case VistelParam::Form::kInteger:
-            return manager.SetEventParam(eventObj, param.name, param.longValue, param.type);
+            return primitives::SetEventParam(loader, eventObj, param.name, param.longValue,
+                                             param.type);
         case VistelParam::Form::kFloat:
-            return manager.SetEventParam(eventObj, param.name, param.floatValue, param.type);
+            return primitives::SetEventParam(loader, eventObj, param.name, param.floatValue,
+                                             param.type);
         case VistelParam::Form::kText:
-            return manager.SetEventParam(eventObj, param.name, param.textValue, param.type);
+            return primitives::SetEventParam(loader, eventObj, param.name, param.textValue,
+                                             param.type);
     }
     return -1;
 }
@@ -22,12 +27,14 @@ int setParam(const VistelManager& manager, void*& eventObj, const VistelParam& p
 
 int sendVistelEvent(const VistelManager& manager, unsigned int eventId, const VistelParam* params,
                     size_t count) {
+    // The reporter calling this is inside its door already.
+    const VistelLibLoader* loader = PrimitiveAccess::loader(manager);
     void* eventObj = nullptr;
-    if (manager.createEvent(eventId, eventObj) != 0) return -1;
+    if (primitives::createEvent(loader, eventId, eventObj) != 0) return -1;
     for (size_t i = 0; i < count; ++i) {
-        if (setParam(manager, eventObj, params[i]) != 0) return -1;
+        if (setParam(loader, eventObj, params[i]) != 0) return -1;
     }
-    return manager.sendEvent(eventObj) == 0 ? 0 : -1;
+    return primitives::sendEvent(loader, eventObj) == 0 ? 0 : -1;
 }
 
 }  // namespace orv

@@ -2,16 +2,21 @@
 
 #include <QorThreadManager.h>
 #include <VistelManager.h>
+#include <pthread.h>
 #include <safeclib/safe_mem_lib.h>
 
-#include <iterator>
+#include <atomic>
+#include <condition_variable>
+#include <cstdlib>
 #include <map>
+#include <mutex>
 #include <new>
-#include <type_traits>
 
+#include "EntryDoor.h"
+#include "Immortal.h"
 #include "InFlightBound.h"
-#include "ReporterScope.h"
 #include "VistelCounters.h"
+#include "VistelKinds.h"
 #include "VistelLibLoader.h"
 #include "VistelLog.h"
 
@@ -23,93 +28,41 @@ namespace {
 const std::string kImageDumpPath = "/data/vendor/camera/img/";
 const std::string kCalibDumpPath = "/data/vendor/camera/img/gos_calib_offline_test/";
 
-// One handler per kind, in kind order, with the names its lines and the dump carry.
-struct Registration {
-    VistelEvent kind;
-    VistelManager::HandlerMethod handler;
-    const char* name;      // the handler's, as its log lines give it
-    const char* kindName;  // the kind's, as VistelRecords.h spells it after "kEvent"
+// The process's worker pool, taken when the manager is built; the camera thread reads it without
+// touching the manager.
+QorThreadManager* gPool = nullptr;
+// Kinds whose handler Init registered; written while the manager is built, before its gate
+// opens, read after a camera thread found the gate open.
+bool gRegistered[kVistelEventCount] = {};
+
+// The manager's storage and how far building it has come. Building is guarded by our own lock
+// rather than the C++ runtime's guard of a function-local static: a GetInstance() re-entered
+// while the manager is being built (from the service library's constructor, or a process logger
+// that reports) must neither deadlock nor abort.
+struct Lifetime {
+    enum class Phase { kNone, kBuilding, kBuilt };
+
+    std::mutex mutex;
+    std::condition_variable built;
+    Phase phase = Phase::kNone;  // guarded by mutex
+    pthread_t builder{};         // guarded by mutex; the thread building the manager
+    bool initialising = false;   // guarded by mutex; Init has started
+    alignas(VistelManager) unsigned char storage[sizeof(VistelManager)];
 };
-#define VISTEL_REGISTRATION(Kind, handler) \
-    { kEvent##Kind, &VistelManager::handler, #handler, #Kind }
+Immortal<Lifetime> gLifetime;
+// The built manager, for every GetInstance() after the first.
+std::atomic<VistelManager*> gBuilt{nullptr};
 
-constexpr Registration kRegistrations[] = {
-        VISTEL_REGISTRATION(MemLeak, sendEventMemLeak),
-        VISTEL_REGISTRATION(MemShortage, sendEventMemShortage),
-        VISTEL_REGISTRATION(MemLimit, sendEventMemLimit),
-        VISTEL_REGISTRATION(MemEfficiencyWarning, sendEventMemEfficiencyWarning),
-        VISTEL_REGISTRATION(MemAllocFail, sendEventMemAllocFail),
-        VISTEL_REGISTRATION(PreviewBufferRefLeak, sendEventPreviewBufferRefLeak),
-        VISTEL_REGISTRATION(CaptureBufferRefLeak, sendEventCaptureBufferRefLeak),
-        VISTEL_REGISTRATION(AlgoProcessTimeoutWarning, sendEventAlgoProcessTimeoutWarning),
-        VISTEL_REGISTRATION(AlgoProcessTimeoutError, sendEventAlgoProcessTimeoutError),
-        VISTEL_REGISTRATION(SnapshotTimeoutWarning, sendEventSnapshotTimeoutWarning),
-        VISTEL_REGISTRATION(SnapshotTimeoutError, sendEventSnapshotTimeoutError),
-        VISTEL_REGISTRATION(OtherTimeoutWarning, sendEventOtherTimeoutWarning),
-        VISTEL_REGISTRATION(OtherTimeoutError, sendEventOtherTimeoutError),
-        VISTEL_REGISTRATION(SnapshotBigdata, sendEventSnapshotBigdata),
-        VISTEL_REGISTRATION(SnapshotAfBigdata, SendEventSnapshotAfBigdata),
-        VISTEL_REGISTRATION(StatisticData, sendEventStatisticData),
-        VISTEL_REGISTRATION(HDRPData, sendEventHDRPData),
-        VISTEL_REGISTRATION(SnapshotBigdataV2, SendEventSnapshotBigdataV2),
-        VISTEL_REGISTRATION(AlgoProcessTimeoutDumpSystrace, SendEventAlgoProcessTimeoutDumpSystrace),
-        VISTEL_REGISTRATION(FlushProcessTimeoutError, sendEventFlushProcessTimeoutError),
-        VISTEL_REGISTRATION(StopProcessTimeoutError, sendEventStopProcessTimeoutError),
-        VISTEL_REGISTRATION(SessionUninitProcessTimeoutError,
-                            sendEventSessionUninitProcessTimeoutError),
-        VISTEL_REGISTRATION(ConfigStreamProcessTimeoutError,
-                            sendEventConfigStreamProcessTimeoutError),
-        VISTEL_REGISTRATION(VideoPerfData, sendEventVideoPerfData),
-        VISTEL_REGISTRATION(PostProcessTimeoutError, sendEventPostProcessTimeoutError),
-        VISTEL_REGISTRATION(BootTimeout, sendBootTimeout),
-        VISTEL_REGISTRATION(DumpTrace, dumpTrace),
-        VISTEL_REGISTRATION(FrameDrop, FrameDropError),
-        VISTEL_REGISTRATION(MemoryExceedThreshold, sendMemoryExceedThreshold),
-        VISTEL_REGISTRATION(MemoryAllocTimeout, sendMemoryAllocTimeout),
-        VISTEL_REGISTRATION(DailyTempRise, sendDailyTempRise),
-        VISTEL_REGISTRATION(ScanMsg, sendScanMsgReport),
-};
-
-constexpr bool inKindOrder() {
-    for (size_t i = 0; i < std::size(kRegistrations); ++i) {
-        if (kRegistrations[i].kind != i) return false;
-    }
-    return std::size(kRegistrations) == kVistelEventCount;
-}
-static_assert(inKindOrder(), "one registration per kind, in kind order");
-
-const char* handlerName(VistelEvent kind) {
-    return kind < kVistelEventCount ? kRegistrations[kind].name : "reportMsgImpl";
+VistelManager* managerStorage() {
+    return reinterpret_cast<VistelManager*>(gLifetime->storage);
 }
 
-// The entry each registered kind's handler calls. Every queued record carries a copy of its
-// handler; a handler holding the member-function pointer itself (16 bytes) beside the manager's
-// address would not fit std::function's inline buffer, and each copy would take a heap block of
-// its own. Pointing at the entry here keeps a handler at two plain pointers. Filled while the
-// manager is built, in static storage and never destroyed: tasks still queued at exit keep their
-// copies of the handlers.
-Registration gEntries[kVistelEventCount] = {};
-
-// Runs one queued record through its reporter, inside a pass of the gate: a task that starts
-// once the manager is being destroyed calls nothing of it. The reporter's own ReporterScope then
-// enters again on this thread, without touching the gate's count. The record leaves the records in
-// flight once its reporter is done with it (the record itself released on the way out of the
-// handler).
-int runQueued(VistelManager* manager, const Registration& entry,
-              std::shared_ptr<VistelEventBase> record) {
-    int result = -1;
-    {
-        ReporterGate::Pass pass(reporterGate(), GateHolder::kReporter);
-        if (pass.entered()) {
-            result = (manager->*entry.handler)(std::move(record));
-        } else {
-            counters::of(entry.kind).addEndedRecord(counters::Outcome::kNotInitialised);
-            logManagerDestroyed(entry.name);
-            record.reset();
-        }
-    }
-    InFlightBound::instance().finished();
-    return result;
+// Runs one queued record through its kind's handler, whose door takes the pass and counts it.
+// The record's place in flight is given back when this returns, or when the task is destroyed
+// unrun.
+int runQueued(InFlightPlace place, std::shared_ptr<VistelEventBase> record) {
+    place.reached();
+    return (managerStorage()->*kindInfo(place.kind()).handler)(std::move(record));
 }
 
 // Gives back the manager's reference to the service library, if it holds one.
@@ -119,55 +72,90 @@ void releaseLoader(VistelLibLoader*& loader) {
     loader = nullptr;
 }
 
-// The process's worker pool, or null when memory ran out while it was being built: the manager
+// The process's worker pool, or null when it could not be built (memory ran out): the manager
 // then comes up without one and queues nothing.
 QorThreadManager* workerPool() {
+    const char* reason = "unknown exception";
     try {
         return QorThreadManager::GetInstance();
     } catch (const std::exception& e) {
-        VISTEL_LOG_AT(ANDROID_LOG_ERROR, "VistelManager",
-                      "%s() error: %s, no worker pool: nothing will be reported", "VistelManager",
-                      e.what());
-        return nullptr;
+        reason = e.what();
+    } catch (...) {
     }
+    VISTEL_LOG_AT(ANDROID_LOG_ERROR, "VistelManager",
+                  "%s() error: %s, no worker pool: nothing will be reported", "VistelManager",
+                  reason);
+    return nullptr;
 }
+
+// In a child process just forked only the forking thread exists: the passes, records in flight
+// and locks of the parent's other threads are not the child's.
+void inForkedChild() {
+    reporterGate().resetAfterFork();
+    InFlightBound::instance().resetAfterFork();
+    new (&gLifetime->mutex) std::mutex();
+    new (&gLifetime->built) std::condition_variable();
+}
+[[maybe_unused]] const int gForkHandler = pthread_atfork(nullptr, nullptr, &inForkedChild);
 
 }  // namespace
 
 char g_logGitTag[64] = {};
 
 const char* counters::kindName(VistelEvent kind) {
-    return kind < kVistelEventCount ? kRegistrations[kind].kindName : "";
+    return kind < kVistelEventCount ? kindInfo(kind).kindName : "";
 }
 
 VistelManager* VistelManager::GetInstance() {
-    // Built in place on first use, under the language's thread-safe guard, in storage that is
-    // never freed. At exit or unload the manager is torn down only once nobody is inside it any
-    // more: tasks, camera threads in reportMsgImpl or dump(), handlers called directly. When one
-    // is still inside after the gate's bound (a service call that hangs), nothing is destroyed:
-    // what it may still reach (the limiter, the handler table, the service library) stays for the
-    // rest of the process, whose exit reclaims it.
-    struct Instance {
-        alignas(VistelManager) unsigned char storage[sizeof(VistelManager)];
-        VistelManager* const manager = new (storage) VistelManager();
+    if (VistelManager* manager = gBuilt.load(std::memory_order_acquire)) return manager;
 
-        ~Instance() {
-            if (reporterGate().close(ReporterGate::kDrainBound)) {
-                manager->~VistelManager();
-                return;
-            }
-            constexpr const char* kDestructor = "~VistelManager";
-            VISTEL_LOG_AT(ANDROID_LOG_ERROR, kDestructor,
-                          "%s() error: still in use after %lld ms, manager and service library "
-                          "kept",
-                          kDestructor, static_cast<long long>(ReporterGate::kDrainBound.count()));
+    Lifetime& lifetime = gLifetime.get();
+    std::unique_lock<std::mutex> lock(lifetime.mutex);
+    while (lifetime.phase == Lifetime::Phase::kBuilding) {
+        if (pthread_equal(lifetime.builder, pthread_self()) != 0) {
+            // Re-entered from inside the building: the caller gets the manager being built,
+            // whose entry points refuse (and count) its calls until it is built.
+            lock.unlock();
+            logRefusedEntry(__func__, ReporterGate::State::kNotOpen,
+                            "its calls are refused until it is");
+            return managerStorage();
         }
-    };
-    static Instance sInstance;
-    return sInstance.manager;
+        lifetime.built.wait(lock);
+    }
+    if (lifetime.phase == Lifetime::Phase::kBuilt) return managerStorage();
+    lifetime.phase = Lifetime::Phase::kBuilding;
+    lifetime.builder = pthread_self();
+    lock.unlock();
+
+    VistelManager* manager = new (lifetime.storage) VistelManager();
+    // At exit or unload the manager is torn down only once nobody is inside it any more: tasks,
+    // camera threads in an entry point, handlers called directly. When one is still inside after
+    // the gate's bound (a service call that hangs), nothing is destroyed: what it may still reach
+    // (the limiter, the handler table, the service library) stays for the rest of the process,
+    // whose exit reclaims it.
+    const int registered = std::atexit([] {
+        if (reporterGate().close(ReporterGate::kDrainBound)) {
+            managerStorage()->~VistelManager();
+            return;
+        }
+        constexpr const char* kDestructor = "~VistelManager";
+        VISTEL_LOG_AT(ANDROID_LOG_ERROR, kDestructor,
+                      "%s() error: still in use after %lld ms, manager and service library kept",
+                      kDestructor, static_cast<long long>(ReporterGate::kDrainBound.count()));
+    });
+    if (registered != 0)
+        VLOGE("%s() error: no exit handler: the manager is never destroyed", __func__);
+    reporterGate().open();
+
+    lock.lock();
+    lifetime.phase = Lifetime::Phase::kBuilt;
+    gBuilt.store(manager, std::memory_order_release);
+    lifetime.built.notify_all();
+    return manager;
 }
 
 VistelManager::VistelManager() : mThreadManager(workerPool()), mInited(false), mLibLoader(nullptr) {
+    gPool = mThreadManager;
     Init();
 }
 
@@ -176,6 +164,19 @@ VistelManager::~VistelManager() {
 }
 
 void VistelManager::Init() {
+    // Exported, but only the manager's construction initialises it: any other call would bind
+    // the service again (one more reference, never given back) and rewrite what reporters read
+    // without a lock.
+    {
+        Lifetime& lifetime = gLifetime.get();
+        std::lock_guard<std::mutex> lock(lifetime.mutex);
+        if (lifetime.phase != Lifetime::Phase::kBuilding || lifetime.initialising ||
+            pthread_equal(lifetime.builder, pthread_self()) == 0) {
+            logRefusedEntry(__func__, reporterGate().state(), "call refused");
+            return;
+        }
+        lifetime.initialising = true;
+    }
     if (memcpy_s(g_logGitTag, kBuildTagLength, kBuildTag, kBuildTagLength) != 0) {
         VLOGE(" %s:%d %s failed", VISTEL_QUALIFIED_NAME(), __LINE__,
               "memcpy_s(g_logGitTag, strlen(STR(__GIT_LOG__)), STR(__GIT_LOG__), "
@@ -189,6 +190,7 @@ void VistelManager::Init() {
         mInited = false;
         releaseLoader(mLibLoader);
     };
+    const char* failure = nullptr;
     try {
         mLibLoader = VistelLibLoader::getInstance();
         if (mLibLoader == nullptr) {
@@ -199,13 +201,19 @@ void VistelManager::Init() {
 
         // Registered whether or not the service bound, so that every record still reaches its
         // reporter, which then answers "not initialised".
-        for (const Registration& registration : kRegistrations) {
-            registerFunction(registration.kind, registration.handler);
+        for (const KindInfo& kind : kKinds) {
+            registerFunction(kind.kind, kind.handler);
         }
     } catch (const std::exception& e) {
-        // Memory ran out while binding the service or registering the handlers. The kinds
-        // registered so far answer "not initialised", the others are unknown.
-        VLOGE("%s() error: %s, not initialised", __func__, e.what());
+        failure = e.what();
+    } catch (...) {
+        failure = "unknown exception";
+    }
+    if (failure != nullptr) {
+        // Memory ran out (or the service library threw) while binding the service or registering
+        // the handlers. The kinds registered so far answer "not initialised", the others are
+        // unknown.
+        VLOGE("%s() error: %s, not initialised", __func__, failure);
         giveUp();
     }
     // Without a pool (memory ran out while it was built) nothing would ever be reported.
@@ -217,15 +225,10 @@ void VistelManager::registerFunction(VistelEvent event, HandlerMethod func) {
         VLOGE("%s() registered failed with existed key:%d", __func__, event);
         return;
     }
-    Registration* entry = &gEntries[event];
-    *entry = {event, func, handlerName(event), counters::kindName(event)};
-    auto handler = [this, entry](std::shared_ptr<VistelEventBase> record) {
-        return runQueued(this, *entry, std::move(record));
+    mFuncMap[event] = [this, func](std::shared_ptr<VistelEventBase> record) {
+        return (this->*func)(std::move(record));
     };
-    static_assert(
-            sizeof(handler) <= 2 * sizeof(void*) && std::is_trivially_copyable_v<decltype(handler)>,
-            "a handler must fit std::function's inline buffer: it is copied per record");
-    mFuncMap[event] = handler;
+    gRegistered[event] = true;
     VLOGI("%s() registered ok eventId:%d", __func__, event);
 }
 
@@ -234,35 +237,38 @@ std::future<int> VistelManager::reportMsgImpl(std::shared_ptr<VistelEventBase> e
         VLOGE("%s() VistelManager::reportMsgImpl bad arg", __func__);
         return {};
     }
-    VistelEvent kind = event->GetEventType();
-    // Shed before anything else: a refused call is a few atomic updates, and reads nothing of the
-    // manager.
-    InFlightBound& inFlight = InFlightBound::instance();
-    const bool known = kind < kVistelEventCount;
-    if (known && !inFlight.admit(kind)) return {};
-    // Held while this call reads the manager: it is not destroyed under a camera thread that is
-    // still here, and once it is being destroyed nothing of it is read.
-    ReporterGate::Pass pass(reporterGate(), GateHolder::kCaller);
-    if (!pass.entered()) {
-        VLOGE("%s() error: manager destroyed, record dropped", __func__);
-    } else if (const auto handler = known ? mFuncMap.find(kind) : mFuncMap.end();
-               handler == mFuncMap.end()) {
-        VLOGE("%s() unknown event:%d, skip handling", __func__, kind);
-    } else if (mThreadManager == nullptr) {
-        VLOGE("%s() error: no worker pool, event:%d not queued", __func__, kind);
-    } else {
-        try {
-            // The task takes over this call's reference: the caller's copy was made for it, and
-            // a second copy would cost two more atomic updates shared with the worker that drops
-            // it.
-            return mThreadManager->enqueue(handler->second, std::move(event));
-        } catch (const std::exception& e) {
-            // Memory ran out while the task was built or queued: nothing was queued.
-            VLOGE("%s() error: %s, event:%d not queued", __func__, e.what(), kind);
+    // The camera thread's door. It reads nothing of the manager itself, only what lives as long
+    // as the process (the gate, the bound, the registered kinds, the pool), so it needs no pass:
+    // once the manager is being destroyed, a record queued all the same is refused by its
+    // handler's door when its task starts.
+    try {
+        const VistelEvent kind = event->GetEventType();
+        const ReporterGate::State state = reporterGate().state();
+        if (kind >= kVistelEventCount ||
+            (state == ReporterGate::State::kOpen && !gRegistered[kind])) {
+            VLOGE("%s() unknown event:%d, skip handling", __func__, kind);
+            return {};
         }
+        // Shed before anything else: a refused call is a few atomic updates.
+        if (!InFlightBound::instance().admit(kind)) return {};
+        // From here the record holds a place in flight; wherever it ends, the place is given back
+        // and the record counted.
+        InFlightPlace place(kind);
+        if (state != ReporterGate::State::kOpen) {
+            logRefusedEntry(__func__, state, "record dropped");
+        } else if (gPool == nullptr) {
+            VLOGE("%s() error: no worker pool, event:%d not queued", __func__, kind);
+        } else {
+            // The task takes over this call's reference to the record: the caller's copy was made
+            // for it.
+            return gPool->enqueue(&runQueued, std::move(place), std::move(event));
+        }
+    } catch (const std::exception& e) {
+        // Memory ran out while the task was built or queued: nothing was queued.
+        VLOGE("%s() error: %s, record not queued", __func__, e.what());
+    } catch (...) {
+        VLOGE("%s() error: unknown exception, record not queued", __func__);
     }
-    // Nothing was queued.
-    if (known) inFlight.finished();
     return {};
 }
 

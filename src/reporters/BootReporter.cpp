@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "EntryDoor.h"
 #include "HealthReporting.h"
 #include "OvrixFields.h"
 #include "ReporterChecks.h"
@@ -27,11 +28,12 @@ constexpr HealthAdmission kBootTimeoutAdmission = {
         HealthAdmission::NotInitialisedLine::kInitFailed,
         -1,
         &VistelManager::FrequencyLimit::limitEventBootPerf,
-        kEventBootTimeout,
 };
 constexpr HealthAdmission kScanMsgAdmission = {
-        "sendScanMsgReport", HealthAdmission::NotInitialisedLine::kInitFailed, -2, nullptr,
-        kEventScanMsg,
+        "sendScanMsgReport",
+        HealthAdmission::NotInitialisedLine::kInitFailed,
+        -2,
+        nullptr,
 };
 
 // The mixed-case keys are what the data team reads; keep them as they are.
@@ -86,9 +88,8 @@ void reportBootNodes(const std::vector<SingleBootNode>& nodes, ReporterScope& sc
 }
 
 // Kinds 25 and 31 share this flow and differ only in their admission.
-int reportBootRecord(const HealthAdmission& admission, const bool& inited, VistelEventBase* event,
-                     VistelManager::FrequencyLimit& limit) {
-    ReporterScope scope = healthScope(admission);
+int reportBootRecord(ReporterScope& scope, const HealthAdmission& admission, const bool& inited,
+                     VistelEventBase* event, VistelManager::FrequencyLimit& limit) {
     auto* record = static_cast<vistelBootMsg*>(event);
     if (auto refusal = refuseHealthRecord(scope, admission, inited, record, limit)) {
         return *refusal;
@@ -100,23 +101,25 @@ int reportBootRecord(const HealthAdmission& admission, const bool& inited, Viste
 
 }  // namespace
 
-void VistelManager::sendBootMsg(std::vector<SingleBootNode>& nodes) try {
-    ReporterScope scope(__func__, counters::outsideDispatch());
-    if (scope.admitted()) reportBootNodes(nodes, scope);
-} catch (const std::exception& e) {
-    reportFailed(__func__, e);
+void VistelManager::sendBootMsg(std::vector<SingleBootNode>& nodes) {
+    // No record behind it: the call is counted in a row of its own, as a record.
+    enterHandler(static_cast<VistelEvent>(counters::kOutsideDispatch), __func__, nullptr,
+                 [&](ReporterScope& scope) {
+                     reportBootNodes(nodes, scope);
+                     return 0;
+                 });
 }
 
-int VistelManager::sendBootTimeout(std::shared_ptr<VistelEventBase> event) try {
-    return reportBootRecord(kBootTimeoutAdmission, mInited, event.get(), mFrequencyLimit);
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendBootTimeout(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventBootTimeout, __func__, event.get(), [&](ReporterScope& scope) -> int {
+        return reportBootRecord(scope, kBootTimeoutAdmission, mInited, event.get(), mFrequencyLimit);
+    });
 }
 
-int VistelManager::sendScanMsgReport(std::shared_ptr<VistelEventBase> event) try {
-    return reportBootRecord(kScanMsgAdmission, mInited, event.get(), mFrequencyLimit);
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendScanMsgReport(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventScanMsg, __func__, event.get(), [&](ReporterScope& scope) -> int {
+        return reportBootRecord(scope, kScanMsgAdmission, mInited, event.get(), mFrequencyLimit);
+    });
 }
 
 }  // namespace orv

@@ -5,13 +5,15 @@
 // its records, and how its event is built. For instance
 //
 //     constexpr FieldReporter<vistelMemLimit> kMemLimit = {
-//             kEventMemLimit, &Limit::limitEventMemLimit, 918001000,
+//             &Limit::limitEventMemLimit, 918001000,
 //             [](const vistelMemLimit& r) -> IndexedParams {
 //                 return {r.name, r.secondName, r.value1, r.value2};
 //             }};
 //
 //     int VistelManager::sendEventMemLimit(std::shared_ptr<VistelEventBase> event) {
-//         return reportFields(__func__, kMemLimit, {*this, mInited, mFrequencyLimit}, event);
+//         return enterHandler(kEventMemLimit, __func__, event.get(), [&](ReporterScope& scope) {
+//             return reportFields(scope, kMemLimit, {*this, mInited, mFrequencyLimit}, event);
+//         });
 //     }
 //
 // The including file defines LOG_TAG first, as for VistelLog.h.
@@ -113,16 +115,14 @@ struct ReporterContext {
     VistelManager::FrequencyLimit& limiter;
 };
 
-// Scope, enter line, initialised check, `isLimited(data)`, `send(data)`, exit line, all logged
-// under the reporter's name and counted in the row of `kind`. 0 when sent or dropped by the
-// limiter, -1 otherwise (the manager already destroyed included). `send` builds and sends the
-// event and answers 0 on success; the primitive that failed has logged why and destroyed the
-// object, so a failure here needs no message or clean-up of its own.
+// Enter line, initialised check, `isLimited(data)`, `send(data)`, exit line, all logged under the
+// reporter's name and counted in its scope. 0 when sent or dropped by the limiter, -1 otherwise.
+// `send` builds and sends the event and answers 0 on success; the primitive that failed has logged
+// why and destroyed the object, so a failure here needs no message or clean-up of its own.
 template <typename Body, typename IsLimited, typename Send>
-int reportFault(const char* reporter, VistelEvent kind, const ReporterContext& context,
+int reportFault(ReporterScope& scope, const ReporterContext& context,
                 const std::shared_ptr<VistelEventBase>& event, IsLimited isLimited, Send send) {
-    ReporterScope scope(reporter, counters::of(kind));
-    if (!scope.admitted()) return -1;
+    const char* reporter = scope.reporter();
     VISTEL_LOG_AT(ANDROID_LOG_INFO, reporter, "enter %s()", reporter);
     // The kind chose this handler, so it also fixes the record's type.
     Body* data = static_cast<Body*>(event.get());
@@ -147,20 +147,19 @@ auto askLimiter(VistelManager::FrequencyLimit& limiter, LimitPolicy<Body> policy
 // A reporter that sends its record's fields under one event id.
 template <typename Body>
 struct FieldReporter {
-    VistelEvent kind;
     LimitPolicy<Body> limit;
     unsigned int eventId;
     IndexedParams (*params)(const Body&);
 };
 
 template <typename Body>
-int reportFields(const char* reporter, const FieldReporter<Body>& description,
+int reportFields(ReporterScope& scope, const FieldReporter<Body>& description,
                  const ReporterContext& context, const std::shared_ptr<VistelEventBase>& event) {
     auto send = [&](Body* data) {
         return sendIndexedEvent(context.manager, description.eventId, description.params(*data));
     };
-    return reportFault<Body>(reporter, description.kind, context, event,
-                             askLimiter(context.limiter, description.limit), send);
+    return reportFault<Body>(scope, context, event, askLimiter(context.limiter, description.limit),
+                             send);
 }
 
 }  // namespace orv

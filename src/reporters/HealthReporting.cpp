@@ -29,7 +29,6 @@ constexpr OvrixField<vistelProcessMemInfo> kProcessMemFields[] = {
 std::optional<int> refuseHealthRecord(ReporterScope& scope, const HealthAdmission& admission,
                                       const bool& inited, const VistelEventBase* record,
                                       VistelManager::FrequencyLimit& limit) {
-    if (!scope.admitted()) return admission.notInitialisedResult;
     const char* name = admission.reporter;
     VISTEL_LOG_AT(ANDROID_LOG_INFO, name, "enter %s()", name);
     if (admission.notInitialisedLine == HealthAdmission::NotInitialisedLine::kInitFailed) {

@@ -22,20 +22,13 @@ struct HealthAdmission {
     const char* reporter;  // the handler's name, as logged
     NotInitialisedLine notInitialisedLine;
     int notInitialisedResult;
-    Policy policy;     // null: never rate-limited; a limited record gives -2
-    VistelEvent kind;  // whose row counts the refusals (VistelCounters.h)
+    Policy policy;  // null: never rate-limited; a limited record gives -2
 };
 
-// The scope a health reporter runs in, under its admission's name and row.
-inline ReporterScope healthScope(const HealthAdmission& admission) {
-    return ReporterScope(admission.reporter, counters::of(admission.kind));
-}
-
-// Refuses a record once the manager is gone; otherwise logs the reporter's entry line, then
-// refuses an uninitialised manager, a null record (treated the same way, so a direct call with
-// nothing to read cannot crash the camera process) and a record the policy limits. Returns the
-// result the reporter must give back, with its reason already logged and counted in `scope`, or
-// nothing when it is to go on. `inited` and `limit` are read only once the scope is admitted.
+// Logs the reporter's entry line, then refuses an uninitialised manager, a null record (treated the
+// same way, so a direct call with nothing to read cannot crash the camera process) and a record the
+// policy limits. Returns the result the reporter must give back, with its reason already logged and
+// counted in `scope`, or nothing when it is to go on.
 std::optional<int> refuseHealthRecord(ReporterScope& scope, const HealthAdmission& admission,
                                       const bool& inited, const VistelEventBase* record,
                                       VistelManager::FrequencyLimit& limit);

@@ -3,6 +3,7 @@
 #include <OvrixEvent.h>
 #include <VistelManager.h>
 
+#include "EntryDoor.h"
 #include "HealthReporting.h"
 #include "OvrixFields.h"
 #include "ReporterChecks.h"
@@ -20,7 +21,6 @@ constexpr HealthAdmission kAdmission = {
         HealthAdmission::NotInitialisedLine::kRecordNotValid,
         -1,
         nullptr,  // every record is reported
-        kEventMemoryAllocTimeout,
 };
 
 constexpr OvrixField<vistelMemAllocTimeout> kAllocTimeoutFields[] = {
@@ -45,27 +45,29 @@ constexpr OvrixField<vistelBufAllocInfo> kBufAllocFields[] = {
 
 }  // namespace
 
-int VistelManager::sendMemoryAllocTimeout(std::shared_ptr<VistelEventBase> event) try {
-    const auto* record = static_cast<const vistelMemAllocTimeout*>(event.get());
-    ReporterScope scope = healthScope(kAdmission);
-    if (auto refusal = refuseHealthRecord(scope, kAdmission, mInited, record, mFrequencyLimit)) {
-        return *refusal;
-    }
-    OvrixEvent report = makeOvrixEvent(kMemAllocTimeoutEventId, *record, kAllocTimeoutFields);
-    std::vector<OvrixEvent> buffers;
-    buffers.reserve(record->allocBuffers.size());
-    for (const vistelBufAllocInfo& buffer : record->allocBuffers) {
-        // Each buffer carries only its own processes.
-        OvrixEvent& bufferEvent =
-                buffers.emplace_back(makeOvrixEvent(kBufAllocEventId, buffer, kBufAllocFields));
-        putProcessInfo(bufferEvent, buffer.processes);
-    }
-    report.PutOvrixEventArray("AllocInfo", buffers);
-    reportOvrix(report, scope);
-    VLOGI("exit %s()", __func__);
-    return 0;
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendMemoryAllocTimeout(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(
+            kEventMemoryAllocTimeout, __func__, event.get(), [&](ReporterScope& scope) -> int {
+                const auto* record = static_cast<const vistelMemAllocTimeout*>(event.get());
+                if (auto refusal = refuseHealthRecord(scope, kAdmission, mInited, record,
+                                                      mFrequencyLimit)) {
+                    return *refusal;
+                }
+                OvrixEvent report =
+                        makeOvrixEvent(kMemAllocTimeoutEventId, *record, kAllocTimeoutFields);
+                std::vector<OvrixEvent> buffers;
+                buffers.reserve(record->allocBuffers.size());
+                for (const vistelBufAllocInfo& buffer : record->allocBuffers) {
+                    // Each buffer carries only its own processes.
+                    OvrixEvent& bufferEvent = buffers.emplace_back(
+                            makeOvrixEvent(kBufAllocEventId, buffer, kBufAllocFields));
+                    putProcessInfo(bufferEvent, buffer.processes);
+                }
+                report.PutOvrixEventArray("AllocInfo", buffers);
+                reportOvrix(report, scope);
+                VISTEL_LOG_AT(ANDROID_LOG_INFO, scope.reporter(), "exit %s()", scope.reporter());
+                return 0;
+            });
 }
 
 }  // namespace orv

@@ -2,6 +2,7 @@
 // failed allocations, each sent as one Vistel event with the record's fields by index.
 #define LOG_TAG "VistelManager"
 
+#include "EntryDoor.h"
 #include "FaultReporter.h"
 
 namespace orv {
@@ -11,68 +12,64 @@ namespace {
 using Limit = VistelManager::FrequencyLimit;
 
 constexpr FieldReporter<vistelMemLeak> kMemLeak = {
-        kEventMemLeak, &Limit::limitEventMemLeak, 918000000,
-        [](const vistelMemLeak& r) -> IndexedParams {
+        &Limit::limitEventMemLeak, 918000000, [](const vistelMemLeak& r) -> IndexedParams {
             return {r.name, r.secondName, r.value1, r.value2, r.value3};
         }};
 
 // Limited per value of its first integer: the policy reads that field's bytes as the key.
 constexpr FieldReporter<vistelMemShortage> kMemShortage = {
-        kEventMemShortage, &Limit::limitEventMemShortage, 918000001,
-        [](const vistelMemShortage& r) -> IndexedParams {
+        &Limit::limitEventMemShortage, 918000001, [](const vistelMemShortage& r) -> IndexedParams {
             return {r.value1, r.value2, r.value3, r.firstName, r.secondName};
         }};
 
 constexpr FieldReporter<vistelMemLimit> kMemLimit = {
-        kEventMemLimit, &Limit::limitEventMemLimit, 918001000,
-        [](const vistelMemLimit& r) -> IndexedParams {
+        &Limit::limitEventMemLimit, 918001000, [](const vistelMemLimit& r) -> IndexedParams {
             return {r.name, r.secondName, r.value1, r.value2};
         }};
 
 // Like the allocation failure, limited without a key: one report an hour for the whole kind.
 constexpr FieldReporter<vistelMemEfficiencyWarning> kMemEfficiencyWarning = {
-        kEventMemEfficiencyWarning, &Limit::limitEventMemEfficiencyWarning, 918001001,
+        &Limit::limitEventMemEfficiencyWarning, 918001001,
         [](const vistelMemEfficiencyWarning& r) -> IndexedParams {
             return {r.value1, r.shortName, r.value2, r.name};
         }};
 
 constexpr FieldReporter<vistelMemAllocFail> kMemAllocFail = {
-        kEventMemAllocFail, &Limit::limitEventMemAllocFail, 918000002,
-        [](const vistelMemAllocFail& r) -> IndexedParams {
+        &Limit::limitEventMemAllocFail, 918000002, [](const vistelMemAllocFail& r) -> IndexedParams {
             const int32_t* v = r.values;
             return {v[0], v[1], v[2], v[3], v[4], v[5], r.flag, r.shortName, r.name, r.secondName};
         }};
 
 }  // namespace
 
-int VistelManager::sendEventMemLeak(std::shared_ptr<VistelEventBase> event) try {
-    return reportFields(__func__, kMemLeak, {*this, mInited, mFrequencyLimit}, event);
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendEventMemLeak(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventMemLeak, __func__, event.get(), [&](ReporterScope& scope) -> int {
+        return reportFields(scope, kMemLeak, {*this, mInited, mFrequencyLimit}, event);
+    });
 }
 
-int VistelManager::sendEventMemShortage(std::shared_ptr<VistelEventBase> event) try {
-    return reportFields(__func__, kMemShortage, {*this, mInited, mFrequencyLimit}, event);
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendEventMemShortage(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventMemShortage, __func__, event.get(), [&](ReporterScope& scope) -> int {
+        return reportFields(scope, kMemShortage, {*this, mInited, mFrequencyLimit}, event);
+    });
 }
 
-int VistelManager::sendEventMemLimit(std::shared_ptr<VistelEventBase> event) try {
-    return reportFields(__func__, kMemLimit, {*this, mInited, mFrequencyLimit}, event);
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendEventMemLimit(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventMemLimit, __func__, event.get(), [&](ReporterScope& scope) -> int {
+        return reportFields(scope, kMemLimit, {*this, mInited, mFrequencyLimit}, event);
+    });
 }
 
-int VistelManager::sendEventMemEfficiencyWarning(std::shared_ptr<VistelEventBase> event) try {
-    return reportFields(__func__, kMemEfficiencyWarning, {*this, mInited, mFrequencyLimit}, event);
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendEventMemEfficiencyWarning(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventMemEfficiencyWarning, __func__, event.get(), [&](ReporterScope& scope) -> int {
+        return reportFields(scope, kMemEfficiencyWarning, {*this, mInited, mFrequencyLimit}, event);
+    });
 }
 
-int VistelManager::sendEventMemAllocFail(std::shared_ptr<VistelEventBase> event) try {
-    return reportFields(__func__, kMemAllocFail, {*this, mInited, mFrequencyLimit}, event);
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendEventMemAllocFail(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventMemAllocFail, __func__, event.get(), [&](ReporterScope& scope) -> int {
+        return reportFields(scope, kMemAllocFail, {*this, mInited, mFrequencyLimit}, event);
+    });
 }
 
 }  // namespace orv

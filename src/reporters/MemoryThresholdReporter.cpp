@@ -3,6 +3,7 @@
 #include <OvrixEvent.h>
 #include <VistelManager.h>
 
+#include "EntryDoor.h"
 #include "HealthReporting.h"
 #include "OvrixFields.h"
 #include "ReporterChecks.h"
@@ -19,7 +20,6 @@ constexpr HealthAdmission kAdmission = {
         HealthAdmission::NotInitialisedLine::kRecordNotValid,
         -1,
         nullptr,  // every record is reported
-        kEventMemoryExceedThreshold,
 };
 
 constexpr OvrixField<vistelMemExceedThreshold> kThresholdFields[] = {
@@ -38,19 +38,21 @@ constexpr OvrixField<vistelMemExceedThreshold> kThresholdFields[] = {
 
 }  // namespace
 
-int VistelManager::sendMemoryExceedThreshold(std::shared_ptr<VistelEventBase> event) try {
-    const auto* record = static_cast<const vistelMemExceedThreshold*>(event.get());
-    ReporterScope scope = healthScope(kAdmission);
-    if (auto refusal = refuseHealthRecord(scope, kAdmission, mInited, record, mFrequencyLimit)) {
-        return *refusal;
-    }
-    OvrixEvent report = makeOvrixEvent(kMemExceedThresholdEventId, *record, kThresholdFields);
-    putProcessInfo(report, record->processes);
-    reportOvrix(report, scope);
-    VLOGI("exit %s()", __func__);
-    return 0;
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendMemoryExceedThreshold(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(
+            kEventMemoryExceedThreshold, __func__, event.get(), [&](ReporterScope& scope) -> int {
+                const auto* record = static_cast<const vistelMemExceedThreshold*>(event.get());
+                if (auto refusal = refuseHealthRecord(scope, kAdmission, mInited, record,
+                                                      mFrequencyLimit)) {
+                    return *refusal;
+                }
+                OvrixEvent report =
+                        makeOvrixEvent(kMemExceedThresholdEventId, *record, kThresholdFields);
+                putProcessInfo(report, record->processes);
+                reportOvrix(report, scope);
+                VISTEL_LOG_AT(ANDROID_LOG_INFO, scope.reporter(), "exit %s()", scope.reporter());
+                return 0;
+            });
 }
 
 }  // namespace orv

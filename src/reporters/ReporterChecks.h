@@ -6,8 +6,6 @@
 #define LOG_TAG "VistelManager"
 #endif
 
-#include <exception>
-
 #include "ReporterScope.h"
 #include "VistelLog.h"
 
@@ -35,13 +33,6 @@ inline bool refusedNotInitialised(ReporterScope& scope, bool inited, const void*
     VISTEL_LOG_AT(ANDROID_LOG_ERROR, reporter, "%s() error: init failed", reporter);
     scope.notInitialised();
     return true;
-}
-
-// Every exported reporter ends in this when its work throws (memory ran out while it built its
-// event): the failure is logged and answered -1, and nothing is thrown back to the camera stack.
-inline int reportFailed(const char* reporter, const std::exception& error) {
-    VISTEL_LOG_AT(ANDROID_LOG_ERROR, reporter, "%s() error: %s", reporter, error.what());
-    return -1;
 }
 
 // The line of a record the rate limiter dropped.

@@ -7,6 +7,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "EntryDoor.h"
 #include "FieldText.h"
 #include "ReporterChecks.h"
 #include "VistelEventSender.h"
@@ -70,28 +71,28 @@ int sendSnapshotV2(const VistelManager& manager, const vistelSnapshotBigdataV2& 
 
 }  // namespace
 
-int VistelManager::SendEventSnapshotBigdataV2(std::shared_ptr<VistelEventBase> event) try {
-    ReporterScope scope(__func__, counters::of(kEventSnapshotBigdataV2));
-    if (!scope.admitted()) return -1;
-    if (refusedNotInitialised(scope, mInited, event.get())) return -1;
-    // Read in place, never copied (it is over a kilobyte). The record is packed, so a reference or
-    // pointer to one of its 32-bit lists would be misaligned: their elements are read by value
-    // into aligned arrays, which Array2String takes by reference. Text fields are taken by
-    // reference as they stand, which char's alignment of one makes safe.
-    const auto& record = static_cast<const vistelSnapshotBigdataV2&>(*event);
-    uint32_t expoList[kExpoListLength];
-    uint32_t aeCount[kAeCountLength];
-    for (size_t i = 0; i < kExpoListLength; ++i) expoList[i] = record.expoList[i];
-    for (size_t i = 0; i < kAeCountLength; ++i) aeCount[i] = record.aeCount[i];
-    const std::string expoListText = Array2String(expoList);
-    const std::string aeCountText = Array2String(aeCount);
-    const int sent = sendSnapshotV2(*this, record, expoListText.c_str(), aeCountText.c_str(),
-                                    std::make_index_sequence<kPerfSlots>());
-    if (countedSend(scope, sent) != 0) return -1;
-    VLOGI("exit %s()", __func__);
-    return 0;
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::SendEventSnapshotBigdataV2(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(
+            kEventSnapshotBigdataV2, __func__, event.get(), [&](ReporterScope& scope) -> int {
+                if (refusedNotInitialised(scope, mInited, event.get())) return -1;
+                // Read in place, never copied (it is over a kilobyte). The record is packed, so a
+                // reference or pointer to one of its 32-bit lists would be misaligned: their elements
+                // are read by value into aligned arrays, which Array2String takes by reference. Text
+                // fields are taken by reference as they stand, which char's alignment of one makes safe.
+                const auto& record = static_cast<const vistelSnapshotBigdataV2&>(*event);
+                uint32_t expoList[kExpoListLength];
+                uint32_t aeCount[kAeCountLength];
+                for (size_t i = 0; i < kExpoListLength; ++i) expoList[i] = record.expoList[i];
+                for (size_t i = 0; i < kAeCountLength; ++i) aeCount[i] = record.aeCount[i];
+                const std::string expoListText = Array2String(expoList);
+                const std::string aeCountText = Array2String(aeCount);
+                const int sent =
+                        sendSnapshotV2(*this, record, expoListText.c_str(), aeCountText.c_str(),
+                                       std::make_index_sequence<kPerfSlots>());
+                if (countedSend(scope, sent) != 0) return -1;
+                VISTEL_LOG_AT(ANDROID_LOG_INFO, scope.reporter(), "exit %s()", scope.reporter());
+                return 0;
+            });
 }
 
 }  // namespace orv

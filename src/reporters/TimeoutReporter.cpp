@@ -6,6 +6,7 @@
 
 #include <cstddef>
 
+#include "EntryDoor.h"
 #include "FaultReporter.h"
 
 namespace orv {
@@ -81,11 +82,10 @@ template <typename Body>
 using TimeoutBuilder = int (VistelManager::*)(Body*, bool) const;
 
 template <typename Body>
-int reportTimeout(const char* reporter, VistelEvent kind,
-                  typename NonDeduced<LimitPolicy<Body>>::Type limit, TimeoutBuilder<Body> builder,
-                  bool isError, const ReporterContext& context,
+int reportTimeout(ReporterScope& scope, typename NonDeduced<LimitPolicy<Body>>::Type limit,
+                  TimeoutBuilder<Body> builder, bool isError, const ReporterContext& context,
                   const std::shared_ptr<VistelEventBase>& event) {
-    return reportFault<Body>(reporter, kind, context, event, askLimiter(context.limiter, limit),
+    return reportFault<Body>(scope, context, event, askLimiter(context.limiter, limit),
                              [&](Body* data) { return (context.manager.*builder)(data, isError); });
 }
 
@@ -133,98 +133,104 @@ int VistelManager::sendEventPostProcessTimeout(vistelPostProcessTimeOut* data, b
 
 // ---- Reporters: limiter policy, builder, isError ----
 
-int VistelManager::sendEventAlgoProcessTimeoutWarning(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, kEventAlgoProcessTimeoutWarning,
-                         &Limit::limitEventAlgoProcessTimeoutWarning,
-                         &VistelManager::sendEventAlgoProcessTimeout, kWarning,
-                         {*this, mInited, mFrequencyLimit}, event);
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendEventAlgoProcessTimeoutWarning(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventAlgoProcessTimeoutWarning, __func__, event.get(),
+                        [&](ReporterScope& scope) -> int {
+                            return reportTimeout(scope, &Limit::limitEventAlgoProcessTimeoutWarning,
+                                                 &VistelManager::sendEventAlgoProcessTimeout,
+                                                 kWarning, {*this, mInited, mFrequencyLimit}, event);
+                        });
 }
 
-int VistelManager::sendEventAlgoProcessTimeoutError(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, kEventAlgoProcessTimeoutError,
-                         &Limit::limitEventAlgoProcessTimeoutError,
-                         &VistelManager::sendEventAlgoProcessTimeout, kError,
-                         {*this, mInited, mFrequencyLimit}, event);
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendEventAlgoProcessTimeoutError(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventAlgoProcessTimeoutError, __func__, event.get(),
+                        [&](ReporterScope& scope) -> int {
+                            return reportTimeout(scope, &Limit::limitEventAlgoProcessTimeoutError,
+                                                 &VistelManager::sendEventAlgoProcessTimeout,
+                                                 kError, {*this, mInited, mFrequencyLimit}, event);
+                        });
 }
 
-int VistelManager::sendEventSnapshotTimeoutWarning(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, kEventSnapshotTimeoutWarning,
-                         &Limit::limitEventSnapshotTimeoutWarning,
-                         &VistelManager::sendEventSnapshotTimeout, kWarning,
-                         {*this, mInited, mFrequencyLimit}, event);
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendEventSnapshotTimeoutWarning(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventSnapshotTimeoutWarning, __func__, event.get(),
+                        [&](ReporterScope& scope) -> int {
+                            return reportTimeout(scope, &Limit::limitEventSnapshotTimeoutWarning,
+                                                 &VistelManager::sendEventSnapshotTimeout, kWarning,
+                                                 {*this, mInited, mFrequencyLimit}, event);
+                        });
 }
 
-int VistelManager::sendEventSnapshotTimeoutError(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, kEventSnapshotTimeoutError,
-                         &Limit::limitEventSnapshotTimeoutError,
-                         &VistelManager::sendEventSnapshotTimeout, kError,
-                         {*this, mInited, mFrequencyLimit}, event);
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendEventSnapshotTimeoutError(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventSnapshotTimeoutError, __func__, event.get(),
+                        [&](ReporterScope& scope) -> int {
+                            return reportTimeout(scope, &Limit::limitEventSnapshotTimeoutError,
+                                                 &VistelManager::sendEventSnapshotTimeout, kError,
+                                                 {*this, mInited, mFrequencyLimit}, event);
+                        });
 }
 
-int VistelManager::sendEventOtherTimeoutWarning(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, kEventOtherTimeoutWarning, &Limit::limitEventOtherTimeoutWarning,
-                         &VistelManager::sendEventOtherTimeout, kWarning,
-                         {*this, mInited, mFrequencyLimit}, event);
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendEventOtherTimeoutWarning(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventOtherTimeoutWarning, __func__, event.get(),
+                        [&](ReporterScope& scope) -> int {
+                            return reportTimeout(scope, &Limit::limitEventOtherTimeoutWarning,
+                                                 &VistelManager::sendEventOtherTimeout, kWarning,
+                                                 {*this, mInited, mFrequencyLimit}, event);
+                        });
 }
 
-int VistelManager::sendEventOtherTimeoutError(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, kEventOtherTimeoutError, &Limit::limitEventOtherTimeoutError,
-                         &VistelManager::sendEventOtherTimeout, kError,
-                         {*this, mInited, mFrequencyLimit}, event);
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendEventOtherTimeoutError(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventOtherTimeoutError, __func__, event.get(),
+                        [&](ReporterScope& scope) -> int {
+                            return reportTimeout(scope, &Limit::limitEventOtherTimeoutError,
+                                                 &VistelManager::sendEventOtherTimeout, kError,
+                                                 {*this, mInited, mFrequencyLimit}, event);
+                        });
 }
 
-int VistelManager::sendEventFlushProcessTimeoutError(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, kEventFlushProcessTimeoutError, kNeverLimited,
-                         &VistelManager::sendEventFlushProcessTimeout, kError,
-                         {*this, mInited, mFrequencyLimit}, event);
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendEventFlushProcessTimeoutError(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventFlushProcessTimeoutError, __func__, event.get(),
+                        [&](ReporterScope& scope) -> int {
+                            return reportTimeout(scope, kNeverLimited,
+                                                 &VistelManager::sendEventFlushProcessTimeout,
+                                                 kError, {*this, mInited, mFrequencyLimit}, event);
+                        });
 }
 
-int VistelManager::sendEventStopProcessTimeoutError(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, kEventStopProcessTimeoutError, kNeverLimited,
-                         &VistelManager::sendEventStopProcessTimeout, kError,
-                         {*this, mInited, mFrequencyLimit}, event);
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendEventStopProcessTimeoutError(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventStopProcessTimeoutError, __func__, event.get(),
+                        [&](ReporterScope& scope) -> int {
+                            return reportTimeout(scope, kNeverLimited,
+                                                 &VistelManager::sendEventStopProcessTimeout,
+                                                 kError, {*this, mInited, mFrequencyLimit}, event);
+                        });
 }
 
-int VistelManager::sendEventSessionUninitProcessTimeoutError(
-        std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, kEventSessionUninitProcessTimeoutError, kNeverLimited,
-                         &VistelManager::sendEventSessionUninitProcessTimeout, kError,
-                         {*this, mInited, mFrequencyLimit}, event);
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendEventSessionUninitProcessTimeoutError(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventSessionUninitProcessTimeoutError, __func__, event.get(),
+                        [&](ReporterScope& scope) -> int {
+                            return reportTimeout(
+                                    scope, kNeverLimited,
+                                    &VistelManager::sendEventSessionUninitProcessTimeout, kError,
+                                    {*this, mInited, mFrequencyLimit}, event);
+                        });
 }
 
-int VistelManager::sendEventConfigStreamProcessTimeoutError(
-        std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, kEventConfigStreamProcessTimeoutError, kNeverLimited,
-                         &VistelManager::sendEventConfigStreamProcessTimeout, kError,
-                         {*this, mInited, mFrequencyLimit}, event);
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendEventConfigStreamProcessTimeoutError(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventConfigStreamProcessTimeoutError, __func__, event.get(),
+                        [&](ReporterScope& scope) -> int {
+                            return reportTimeout(scope, kNeverLimited,
+                                                 &VistelManager::sendEventConfigStreamProcessTimeout,
+                                                 kError, {*this, mInited, mFrequencyLimit}, event);
+                        });
 }
 
-int VistelManager::sendEventPostProcessTimeoutError(std::shared_ptr<VistelEventBase> event) try {
-    return reportTimeout(__func__, kEventPostProcessTimeoutError, kNeverLimited,
-                         &VistelManager::sendEventPostProcessTimeout, kError,
-                         {*this, mInited, mFrequencyLimit}, event);
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendEventPostProcessTimeoutError(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventPostProcessTimeoutError, __func__, event.get(),
+                        [&](ReporterScope& scope) -> int {
+                            return reportTimeout(scope, kNeverLimited,
+                                                 &VistelManager::sendEventPostProcessTimeout,
+                                                 kError, {*this, mInited, mFrequencyLimit}, event);
+                        });
 }
 
 }  // namespace orv

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "EntryDoor.h"
 #include "HealthReporting.h"
 #include "ReporterChecks.h"
 #include "VistelCounters.h"
@@ -24,47 +25,47 @@ constexpr HealthAdmission kDumpTraceAdmission = {
         HealthAdmission::NotInitialisedLine::kInitFailed,
         -1,
         &VistelManager::FrequencyLimit::LimitDumpSysTraceError,
-        kEventDumpTrace,
 };
 
 }  // namespace
 
-int VistelManager::dumpTrace(std::shared_ptr<VistelEventBase> event) try {
-    const auto* record = static_cast<const vistelDumpTrace*>(event.get());
-    ReporterScope scope = healthScope(kDumpTraceAdmission);
-    if (auto refusal =
-                refuseHealthRecord(scope, kDumpTraceAdmission, mInited, record, mFrequencyLimit)) {
-        return *refusal;
-    }
-    const char* traceName = record->traceName.c_str();
-    VLOGI("%s() calling systrace for %s begin", __func__, traceName);
-    const std::string message =
-            "#ARG1:<" + record->traceName + ">#ARG2:<" + std::to_string(kTraceArgument) + ">";
-    const int printed = __orvlog_jank_print(kJankTypeSystrace, kJankIdSystrace, message.c_str());
-    scope.serviceAnswer(printed == 0);
-    VLOGI("%s() calling systrace for %s end", __func__, traceName);
-    return 0;
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::dumpTrace(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventDumpTrace, __func__, event.get(), [&](ReporterScope& scope) -> int {
+        const auto* record = static_cast<const vistelDumpTrace*>(event.get());
+        if (auto refusal = refuseHealthRecord(scope, kDumpTraceAdmission, mInited, record,
+                                              mFrequencyLimit)) {
+            return *refusal;
+        }
+        const char* traceName = record->traceName.c_str();
+        VISTEL_LOG_AT(ANDROID_LOG_INFO, scope.reporter(), "%s() calling systrace for %s begin",
+                      scope.reporter(), traceName);
+        const std::string message =
+                "#ARG1:<" + record->traceName + ">#ARG2:<" + std::to_string(kTraceArgument) + ">";
+        const int printed = __orvlog_jank_print(kJankTypeSystrace, kJankIdSystrace, message.c_str());
+        scope.serviceAnswer(printed == 0);
+        VISTEL_LOG_AT(ANDROID_LOG_INFO, scope.reporter(), "%s() calling systrace for %s end",
+                      scope.reporter(), traceName);
+        return 0;
+    });
 }
 
-int VistelManager::SendEventAlgoProcessTimeoutDumpSystrace(
-        std::shared_ptr<VistelEventBase> event) try {
-    // The system watchdog takes these traces itself; answering 0 keeps the caller content even
-    // before the service is bound, and once the manager is gone. The record is never read, but a
-    // null one is refused like everywhere else.
-    ReporterScope scope(__func__, counters::of(kEventAlgoProcessTimeoutDumpSystrace));
-    if (!scope.admitted()) return 0;
-    if (event == nullptr) {
-        scope.notInitialised();
-        logRecordNotValid(__func__, nullptr, mInited);
-        return 0;
-    }
-    VLOGI("enter %s()", __func__);
-    VLOGI("%s() skipped, brontix is used instread", __func__);
-    return 0;
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::SendEventAlgoProcessTimeoutDumpSystrace(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(
+            kEventAlgoProcessTimeoutDumpSystrace, __func__, event.get(),
+            [&](ReporterScope& scope) -> int {
+                // The system watchdog takes these traces itself; answering 0 keeps the caller
+                // content even before the service is bound, and once the manager is gone. The
+                // record is never read, but a null one is refused like everywhere else.
+                if (event == nullptr) {
+                    scope.notInitialised();
+                    logRecordNotValid(scope.reporter(), nullptr, mInited);
+                    return 0;
+                }
+                VISTEL_LOG_AT(ANDROID_LOG_INFO, scope.reporter(), "enter %s()", scope.reporter());
+                VISTEL_LOG_AT(ANDROID_LOG_INFO, scope.reporter(),
+                              "%s() skipped, brontix is used instread", scope.reporter());
+                return 0;
+            });
 }
 
 }  // namespace orv

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "EntryDoor.h"
 #include "OvrixFields.h"
 #include "ReporterChecks.h"
 #include "VistelLog.h"
@@ -60,45 +61,43 @@ void reportVideoPerf(const char* caller, const vistelVideoPerfInfo& info, Report
 
 }  // namespace
 
-int VistelManager::sendEventVideoPerfData(std::shared_ptr<VistelEventBase> event) try {
-    ReporterScope scope(__func__, counters::of(kEventVideoPerfData));
-    if (!scope.admitted()) return -1;
-    VLOGI("enter %s()", __func__);
-    if (refusedNotInitialised(scope, mInited, event.get())) return -1;
-    // One report a minute, under the snapshot return-frame policy: that policy's period is the
-    // one this report was given, and it has no other user.
-    if (mFrequencyLimit.limitEventSnapshotRetFrmIntervalError()) {
-        VLOGI("snapshot return frame interval error report is limited, drop this event");
-        scope.limited();
-        return -2;
-    }
-    reportVideoPerf(__func__, static_cast<const vistelVideoPerfData&>(*event), scope);
-    return 0;
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::sendEventVideoPerfData(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventVideoPerfData, __func__, event.get(), [&](ReporterScope& scope) -> int {
+        VISTEL_LOG_AT(ANDROID_LOG_INFO, scope.reporter(), "enter %s()", scope.reporter());
+        if (refusedNotInitialised(scope, mInited, event.get())) return -1;
+        // One report a minute, under the snapshot return-frame policy: that policy's period is the
+        // one this report was given, and it has no other user.
+        if (mFrequencyLimit.limitEventSnapshotRetFrmIntervalError()) {
+            VISTEL_LOG_AT(
+                    ANDROID_LOG_INFO, scope.reporter(),
+                    "snapshot return frame interval error report is limited, drop this event");
+            scope.limited();
+            return -2;
+        }
+        reportVideoPerf(scope.reporter(), static_cast<const vistelVideoPerfData&>(*event), scope);
+        return 0;
+    });
 }
 
-int VistelManager::FrameDropError(std::shared_ptr<VistelEventBase> event) try {
-    ReporterScope scope(__func__, counters::of(kEventFrameDrop));
-    if (!scope.admitted()) return -1;
-    VLOGI("enter %s()", __func__);
-    if (refusedNotInitialised(scope, mInited, event.get())) return -1;
-    // Decided before the groups are looked at: a record without groups still takes the ten
-    // minutes.
-    if (mFrequencyLimit.limitEventVideoPerf()) {
-        logLimited(scope);
-        return -2;
-    }
-    const auto& record = static_cast<const vistelFrameDrop&>(*event);
-    // One event per group; the count line carries this function object's name.
-    auto reportGroup = [&scope](const vistelVideoPerfInfo& group) {
-        // NOLINTNEXTLINE(bugprone-lambda-function-name): "operator()" is the name the line shows
-        reportVideoPerf(__func__, group, scope);
-    };
-    std::for_each(record.groups.begin(), record.groups.end(), reportGroup);
-    return 0;
-} catch (const std::exception& e) {
-    return reportFailed(__func__, e);
+int VistelManager::FrameDropError(std::shared_ptr<VistelEventBase> event) {
+    return enterHandler(kEventFrameDrop, __func__, event.get(), [&](ReporterScope& scope) -> int {
+        VISTEL_LOG_AT(ANDROID_LOG_INFO, scope.reporter(), "enter %s()", scope.reporter());
+        if (refusedNotInitialised(scope, mInited, event.get())) return -1;
+        // Decided before the groups are looked at: a record without groups still takes the ten
+        // minutes.
+        if (mFrequencyLimit.limitEventVideoPerf()) {
+            logLimited(scope);
+            return -2;
+        }
+        const auto& record = static_cast<const vistelFrameDrop&>(*event);
+        // One event per group; the count line carries this function object's name.
+        auto reportGroup = [&scope](const vistelVideoPerfInfo& group) {
+            // NOLINTNEXTLINE(bugprone-lambda-function-name): "operator()" is the name the line shows
+            reportVideoPerf(__func__, group, scope);
+        };
+        std::for_each(record.groups.begin(), record.groups.end(), reportGroup);
+        return 0;
+    });
 }
 
 }  // namespace orv

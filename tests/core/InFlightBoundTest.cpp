@@ -114,6 +114,10 @@ TEST_F(InFlightBoundTest, ShedsPastTheBoundSaysSoSparinglyAndCountsIt) {
 
     mLog.clear();
     held.release();
+    EXPECT_TRUE(sheddingLines().empty()) << "caught up within a second of the last line";
+    FakeClock::advanceSeconds(1);
+    // The stop line is said by the next record to finish.
+    manager()->reportMsgImpl(recordOf(orv::kEventDumpTrace)).wait();
     const std::vector<std::string> after = sheddingLines();
     ASSERT_EQ(after.size(), 1u);
     EXPECT_TRUE(std::regex_match(after[0], std::regex(R"(reportMsgImpl\(\) shedding stopped: 126 )"
@@ -127,9 +131,35 @@ TEST_F(InFlightBoundTest, ShedsPastTheBoundSaysSoSparinglyAndCountsIt) {
               2u * kRefusals);
     EXPECT_EQ((dump.kinds.at(orv::kEventFrameDrop) - before.kinds.at(orv::kEventFrameDrop)).shed,
               2u * kRefusals - 1);
-    EXPECT_EQ((dump.total - before.total).records, kBound + 4u * kRefusals - 1);
+    EXPECT_EQ((dump.total - before.total).records, kBound + 4u * kRefusals);
     EXPECT_EQ(dump.rowsNotAddingUp(), std::vector<std::string>{});
     EXPECT_EQ(dump.inFlight, "records in flight: 0 now, 4096 at most, shed beyond 4096");
+}
+
+// A steady flood stops and starts shedding many times a second: a restart within a second of
+// the last line is no new episode, so the log gets at most one line a second in all, and the
+// counts of the lines still add up to every record refused.
+TEST_F(InFlightBoundTest, AFloodThatFlapsSaysAtMostOneLineASecond) {
+    constexpr int kRefusals = InFlightBound::kRefusalsPerClockRead;
+    constexpr int kRounds = 5;
+    for (int round = 0; round < kRounds; ++round) {
+        HeldWorkers held;
+        fill(kBound, orv::kEventDumpTrace);
+        shed(kRefusals, orv::kEventMemLeak);
+        FakeClock::advanceSeconds(0.1);
+    }
+    FakeClock::advanceSeconds(1);
+    manager()->reportMsgImpl(recordOf(orv::kEventDumpTrace)).wait();
+    const std::vector<std::string> lines = sheddingLines();
+    ASSERT_EQ(lines.size(), 2u) << ::testing::PrintToString(lines);
+    EXPECT_EQ(lines[0],
+              "reportMsgImpl() error: 4096 records in flight, shedding from now on: 1 refused, "
+              "most of kind 0 (MemLeak)");
+    // Four restarts within the second: no line each; the stop line, once the second is over,
+    // counts the other refusals of all five rounds.
+    EXPECT_EQ(lines[1],
+              "reportMsgImpl() shedding stopped: 319 more refused since the last line, 0 records "
+              "in flight");
 }
 
 // A refused call allocates nothing: with the first allocation of the calling thread armed to

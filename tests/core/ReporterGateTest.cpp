@@ -1,8 +1,8 @@
 // The gate the manager's destructor closes before it destroys anything: a pass held keeps it
-// waiting, a pass asked for once it is closed is refused, and the destructor's own pass is not
-// waited for. The gate's hooks hold a thread at the two moments that matter (between counting a
-// pass and checking the gate, and as close() is about to wait), so each interleaving below
-// happens on every run.
+// waiting, a pass asked for before it opens or once it is closed is refused, and the passes of
+// the destructor's own thread are not waited for. The gate's hooks hold a thread at the two moments
+// that matter (between counting a pass and checking the gate, and as close() is about to wait), so
+// each interleaving below happens on every run.
 #include <ReporterGate.h>
 #include <gtest/gtest.h>
 
@@ -17,7 +17,6 @@ namespace vistel_test {
 namespace {
 
 using namespace std::chrono_literals;
-using orv::GateHolder;
 
 // What the hooks do in the test running now; nothing when unset.
 std::function<void()> gOnEntering;
@@ -33,6 +32,7 @@ struct TestHooks {
 };
 
 using Gate = orv::BasicReporterGate<TestHooks>;
+using State = Gate::State;
 
 // Far longer than any test takes: a close() that runs into it missed its wake-up.
 constexpr auto kForever = std::chrono::hours(1);
@@ -69,6 +69,12 @@ std::future<bool> closeElsewhere(Gate& gate, std::chrono::milliseconds bound) {
     return closed;
 }
 
+// An open gate, as the manager's is once it is built.
+Gate& openGate(Gate& gate) {
+    gate.open();
+    return gate;
+}
+
 class ReporterGateTest : public ::testing::Test {
   protected:
     void TearDown() override {
@@ -78,10 +84,10 @@ class ReporterGateTest : public ::testing::Test {
 };
 
 TEST_F(ReporterGateTest, CloseReturnsOnceThePassesHeldAreGivenBack) {
-    Gate& gate = *new Gate;  // freed only once its close() has returned
+    Gate& gate = openGate(*new Gate);  // freed only once its close() has returned
     Signal holding, release, closing;
     std::thread holder([&] {
-        Gate::Pass pass(gate, GateHolder::kReporter);
+        Gate::Pass pass(gate);
         EXPECT_TRUE(pass.entered());
         holding.raise();
         release.wait();
@@ -94,59 +100,100 @@ TEST_F(ReporterGateTest, CloseReturnsOnceThePassesHeldAreGivenBack) {
     holder.join();
     ASSERT_EQ(closed.wait_for(kLost), std::future_status::ready) << "the wake-up was lost";
     EXPECT_TRUE(closed.get());
+    EXPECT_FALSE(gate.kept());
     delete &gate;
 }
 
-TEST_F(ReporterGateTest, CloseGivesUpAfterItsBound) {
-    Gate gate;
-    Gate::Pass held(gate, GateHolder::kCaller);
-    EXPECT_FALSE(gate.close(10ms));
-}
-
-TEST_F(ReporterGateTest, NoPassOnceClosedAndARefusedOneHoldsNothing) {
-    Gate gate;
-    EXPECT_TRUE(gate.close(0ms));
-    EXPECT_TRUE(gate.closed());
-    for (GateHolder holder : {GateHolder::kCaller, GateHolder::kReporter}) {
-        for (int i = 0; i < 3; ++i) {
-            Gate::Pass refused(gate, holder);
-            EXPECT_FALSE(refused.entered());
-        }
-    }
-    EXPECT_TRUE(gate.close(0ms)) << "a refused pass was left counted";
-}
-
-// A handler run by its queued task enters again on the same thread after the gate closed; a
-// caller's pass never does.
-TEST_F(ReporterGateTest, AReporterInsideEntersAgainOnItsOwnThread) {
-    Gate gate;
-    Gate::Pass task(gate, GateHolder::kReporter);
-    std::thread([&] { EXPECT_FALSE(gate.close(0ms)); }).join();
-    {
-        Gate::Pass handler(gate, GateHolder::kReporter);
-        EXPECT_TRUE(handler.entered());
-        EXPECT_TRUE(handler.reentered());
-        Gate::Pass caller(gate, GateHolder::kCaller);
-        EXPECT_FALSE(caller.entered());
-    }
-    std::thread other([&] {
-        Gate::Pass elsewhere(gate, GateHolder::kReporter);
-        EXPECT_FALSE(elsewhere.entered());
+// The destructor run on a thread that holds passes of its own (a service that called exit()
+// inside a reporter, inside a handler it called again) waits for the other threads' passes only,
+// and the last of those must still wake it.
+TEST_F(ReporterGateTest, ACloserWithPassesOfItsOwnIsWokenByTheLastOtherPass) {
+    Gate& gate = openGate(*new Gate);
+    Signal holding, release, closing;
+    std::thread holder([&] {
+        Gate::Pass pass(gate);
+        holding.raise();
+        release.wait();
     });
-    other.join();
+    holding.wait();
+    gOnWaiting = [&] { closing.raise(); };
+    std::future<bool> closed = std::async(std::launch::async, [&] {
+        Gate::Pass task(gate);
+        Gate::Pass handler(gate);
+        return gate.close(kForever);
+    });
+    closing.wait();
+    release.raise();
+    holder.join();
+    ASSERT_EQ(closed.wait_for(kLost), std::future_status::ready) << "the wake-up was lost";
+    EXPECT_TRUE(closed.get());
+    delete &gate;
+}
+
+TEST_F(ReporterGateTest, CloseGivesUpAfterItsBoundAndTheManagerIsKept) {
+    Gate gate;
+    gate.open();
+    Signal holding, release;
+    std::thread holder([&] {
+        Gate::Pass held(gate);
+        holding.raise();
+        release.wait();
+    });
+    holding.wait();
+    EXPECT_FALSE(gate.close(10ms));
+    EXPECT_TRUE(gate.kept());
+    release.raise();
+    holder.join();
+}
+
+// Before the manager is built and once it is being destroyed, no pass is granted, to any thread
+// (the closer's own included: a handler it calls from an exit handler after the destructor ran
+// must not run on the torn-down manager), and a refused pass holds nothing.
+TEST_F(ReporterGateTest, NoPassBeforeOpenOrOnceClosedAndARefusedOneHoldsNothing) {
+    struct Case {
+        const char* name;
+        bool open;
+        bool close;
+        State seen;
+    };
+    const Case cases[] = {
+            {"not built yet", false, false, State::kNotOpen},
+            {"destroyed", true, true, State::kClosed},
+            {"closed before it opened", false, true, State::kClosed},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Gate gate;
+        if (c.open) gate.open();
+        if (c.close) {
+            Gate::Pass own(gate);  // the closer's own pass (refused too, when never opened)
+            EXPECT_TRUE(gate.close(0ms));
+        }
+        EXPECT_EQ(gate.state(), c.seen);
+        for (int i = 0; i < 3; ++i) {
+            Gate::Pass here(gate);
+            EXPECT_FALSE(here.entered());
+            EXPECT_EQ(here.seen(), c.seen);
+        }
+        std::thread([&] { EXPECT_FALSE(Gate::Pass(gate).entered()); }).join();
+        gate.open();  // a closed gate never opens again
+        EXPECT_EQ(gate.state(), c.open || c.close ? c.seen : State::kOpen);
+        if (gate.state() == State::kOpen) continue;
+        EXPECT_TRUE(gate.close(0ms)) << "a refused pass was left counted";
+    }
 }
 
 // A pass is counted before the gate is checked: one caught between the two while the gate
 // closes is waited for, then refused, never let in under a closer that went on.
 TEST_F(ReporterGateTest, APassBetweenCountingAndCheckingIsWaitedForThenRefused) {
-    Gate& gate = *new Gate;  // freed only once its close() has returned
+    Gate& gate = openGate(*new Gate);  // freed only once its close() has returned
     Signal counted, resume, closing;
     gOnEntering = [&] {
         counted.raise();
         resume.wait();
     };
     std::future<bool> entered = std::async(std::launch::async, [&] {
-        Gate::Pass pass(gate, GateHolder::kCaller);
+        Gate::Pass pass(gate);
         return pass.entered();
     });
     counted.wait();
@@ -162,11 +209,34 @@ TEST_F(ReporterGateTest, APassBetweenCountingAndCheckingIsWaitedForThenRefused) 
 }
 
 // The manager's destructor run by a reporter's own thread (its service called exit()): that
-// reporter can never give its pass back, so close() does not wait for it.
-TEST_F(ReporterGateTest, CloseDoesNotWaitForItsOwnThreadsPass) {
+// reporter can never give its passes back, so close() does not wait for them.
+TEST_F(ReporterGateTest, CloseDoesNotWaitForItsOwnThreadsPasses) {
     Gate gate;
-    Gate::Pass own(gate, GateHolder::kReporter);
-    EXPECT_TRUE(gate.close(10ms));
+    gate.open();
+    Gate::Pass task(gate);
+    Gate::Pass handler(gate);
+    EXPECT_TRUE(gate.close(kForever));
+}
+
+// In a forked child only the forking thread exists: the passes other threads of the parent
+// held are not waited for there, the forking thread's own still count as its own.
+TEST_F(ReporterGateTest, AfterForkOnlyTheForkingThreadsPassesCount) {
+    Gate gate;
+    gate.open();
+    Signal holding, release;
+    std::thread other([&] {
+        Gate::Pass pass(gate);
+        holding.raise();
+        release.wait();
+    });
+    holding.wait();
+    {
+        Gate::Pass own(gate);
+        gate.resetAfterFork();  // as the child's fork handler does
+        EXPECT_TRUE(gate.close(kForever));
+    }
+    release.raise();
+    other.join();
 }
 
 }  // namespace
