@@ -50,6 +50,8 @@ struct ServiceState {
 };
 
 std::atomic<void (*)()> gSendHook{nullptr};
+// Disarmed by the send it throws from, or by reset().
+std::atomic<bool> gThrowFromNextSend{false};
 
 // Never destroyed: clients call in from pool workers that may outlive static destructors. Built in
 // the library's own storage rather than on the heap, so that an unloaded library leaves nothing
@@ -349,6 +351,8 @@ int vistel_set_time(void* obj, long long timeMs) {
 
 int vistel_send_event(void* obj) {
     if (void (*hook)() = gSendHook.load()) hook();
+    // A service that throws instead of answering, something other than a std::exception.
+    if (gThrowFromNextSend.exchange(false)) throw vistelhost::kThrownFromSend;
     const char* function = __func__;
     return failOnThrow(kSendFailed, [&] {
         ServiceState& s = state();
@@ -402,6 +406,7 @@ void reset() {
     s.invalidObjectCalls = 0;
     s.failNextCreate = false;
     s.failNextSend = false;
+    gThrowFromNextSend.store(false);
     s.paramCallsToFailure = 0;
     s.paramFailureResult = kInjectedParamFailure;
     s.indexedTexts.clear();
@@ -424,6 +429,10 @@ void failParamCall(int n, int result) {
     std::lock_guard<std::mutex> lock(s.mutex);
     s.paramCallsToFailure = n > 0 ? n : 0;
     s.paramFailureResult = result;
+}
+
+void throwFromNextSend() {
+    gThrowFromNextSend.store(true);
 }
 
 void failNextSend() {

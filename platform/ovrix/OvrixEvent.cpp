@@ -1,5 +1,6 @@
 #include "OvrixEvent.h"
 
+#include <atomic>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -96,6 +97,14 @@ nlohmann::ordered_json eventToJson(const OvrixEvent& event) {
 
 }  // namespace
 
+namespace {
+
+// Armed failures: the report that refuses, counted down; the next report throws.
+std::atomic<int> gRefuseIn{0};
+std::atomic<bool> gThrowFromNextReport{false};
+
+}  // namespace
+
 namespace ovrixhost {
 
 std::vector<OvrixEvent> reported() {
@@ -106,6 +115,16 @@ std::vector<OvrixEvent> reported() {
 void reset() {
     std::lock_guard<std::mutex> lock(reportMutex());
     reportedEvents().clear();
+    gRefuseIn.store(0);
+    gThrowFromNextReport.store(false);
+}
+
+void refuseReport(int n) {
+    gRefuseIn.store(n);
+}
+
+void throwFromNextReport() {
+    gThrowFromNextReport.store(true);
 }
 
 std::string toJson(const OvrixEvent& event) {
@@ -118,6 +137,9 @@ std::string toJson(const OvrixEvent& event) {
 namespace Ovrix {
 
 int Report(OvrixEvent& event) {
+    if (gThrowFromNextReport.exchange(false)) throw ovrixhost::kThrownFromReport;
+    const int refuseIn = gRefuseIn.load();
+    if (refuseIn > 0 && gRefuseIn.fetch_sub(1) == 1) return -1;
     {
         std::lock_guard<std::mutex> lock(reportMutex());
         reportedEvents().push_back(event);

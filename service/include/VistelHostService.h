@@ -87,6 +87,10 @@ VISTEL_HOST_EXPORT void failNextCreate();
 VISTEL_HOST_EXPORT void failParamCall(int n, int result = kInjectedParamFailure);
 // The next vistel_send_event returns 0 and records nothing.
 VISTEL_HOST_EXPORT void failNextSend();
+// The next vistel_send_event throws kThrownFromSend (an int, not a std::exception) before it
+// does anything: the object stays the caller's.
+constexpr int kThrownFromSend = 7;
+VISTEL_HOST_EXPORT void throwFromNextSend();
 
 // From now until reset(), the indexed parameters `indexes` of events `eventId` are texts, as the
 // device's service knows from its event definitions: sending such an event reads each at the

@@ -17,13 +17,17 @@ namespace orv {
 
 VistelLibLoader* VistelLibLoader::sInstance = nullptr;
 int32_t VistelLibLoader::sRefCount = 0;
-android::Mutex VistelLibLoader::sLock;
-
 namespace {
+
+Immortal<android::Mutex> gLock;
 
 alignas(VistelLibLoader) unsigned char gInstanceStorage[sizeof(VistelLibLoader)];
 
 }  // namespace
+
+android::Mutex& VistelLibLoader::lock() {
+    return gLock.get();
+}
 
 void* VistelLibLoader::operator new(size_t size, const std::nothrow_t&) noexcept {
     return size <= sizeof(gInstanceStorage) ? gInstanceStorage : nullptr;
@@ -55,7 +59,7 @@ VistelLibLoader* VistelLibLoader::getInstance() {
     // Same eight bytes every time, so the copy needs no lock; its result does not matter.
     (void)memcpy_s(::g_logGitTag, kBuildTagLength, kBuildTag, kBuildTagLength);
 
-    android::Mutex::Autolock lock(sLock);
+    android::Mutex::Autolock guard(lock());
     if (sInstance == nullptr) {
         sInstance = new (std::nothrow) VistelLibLoader();
         if (sInstance == nullptr) abort();
@@ -86,7 +90,7 @@ VistelLibLoader* VistelLibLoader::getInstance() {
 }
 
 void VistelLibLoader::destroyInstance() {
-    android::Mutex::Autolock lock(sLock);
+    android::Mutex::Autolock guard(lock());
     if (sInstance == nullptr) return;
     if (--sRefCount == 0) {
         sInstance->unloadSo();

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <new>
 
+#include "Immortal.h"
+
 namespace orv {
 
 // Reference-counted process-wide singleton. While an instance exists all eleven entries of
@@ -23,7 +25,7 @@ class VistelLibLoader : public SharedObjectLoader {
     ~VistelLibLoader() override;
 
     // The one instance lives in static storage of its own (there is never more than one, and its
-    // creation and deletion happen under sLock): creating it cannot run out of memory.
+    // creation and deletion happen under lock()): creating it cannot run out of memory.
     static void* operator new(size_t size, const std::nothrow_t&) noexcept;
     static void operator delete(void* instance, const std::nothrow_t&) noexcept;
     // What `delete` calls; its new is the nothrow one above, the only way an instance is made.
@@ -61,10 +63,12 @@ class VistelLibLoader : public SharedObjectLoader {
     // The first client function loadFuns() did not find, or null.
     const char* mMissingFunction = nullptr;
 
-    // Guarded by sLock.
+    // Guarded by lock().
     static VistelLibLoader* sInstance;
     static int32_t sRefCount;
-    static android::Mutex sLock;
+    // The class mutex: built when the library loads and never destroyed, so that a first
+    // GetInstance() made by an exit handler, after static destructors ran, still finds it whole.
+    static android::Mutex& lock();
 };
 
 }  // namespace orv

@@ -1,15 +1,20 @@
 // Every exported entry point survives what a caller can hand it: a null record handed straight
-// to any handler, and memory running out at any allocation on the way (in reportMsgImpl while
-// it builds the task, in sendBootMsg, in a reporter while it builds its event).
+// to any handler, a record with another kind's body, a service that throws something that is not
+// a std::exception, and memory running out at any allocation on the way (in reportMsgImpl while
+// it builds the task, in sendBootMsg, in a reporter while it builds its event). Past the end of
+// the process, ExitTest's "after" moment calls them all once more.
 //
 // This executable replaces operator new (FailingAllocations.h). Each sweep raises n until a call
 // gets through without reaching it.
 #include <KindRegistry.h>
 #include <LibraryDump.h>
+#include <OvrixEvent.h>
 #include <VistelHostService.h>
 #include <VistelManager.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <set>
 #include <string>
 
 #include "FailingAllocations.h"
@@ -138,6 +143,126 @@ TEST_F(EntryPointsTest, ReporterOutOfMemoryFailsThatReportOnly) {
             ASSERT_LT(n, kMostAllocations - 1);
         }
     }
+}
+
+// Every exported symbol that takes or reaches a record or the service, as the ABI's symbol list
+// names it, has a row in the tables of this file or ExitTest's "after" moment: a new export
+// cannot go without one unnoticed.
+TEST_F(EntryPointsTest, EveryExportedEntryPointIsDriven) {
+    std::set<std::string> driven = {
+            "orv::VistelManager::GetInstance()",
+            "orv::VistelManager::reportMsgImpl(std::shared_ptr<orv::VistelEventBase>)",
+            "orv::VistelManager::Init()",
+            "orv::VistelManager::createEvent(unsigned int, void*&) const",
+            "orv::VistelManager::setEventParam(void*&, unsigned short, long) const",
+            "orv::VistelManager::SetEventParam(void*&, char const*, long, orv::DATATYPE) const",
+            "orv::VistelManager::SetEventParam(void*&, char const*, float, orv::DATATYPE) const",
+            "orv::VistelManager::SetEventParam(void*&, char const*, char const*, orv::DATATYPE) "
+            "const",
+            "orv::VistelManager::sendEvent(void*&) const",
+            "orv::VistelManager::sendBootMsg(std::vector<orv::SingleBootNode, "
+            "std::allocator<orv::SingleBootNode> >&)",
+            "orv::VistelManager::dump(int)",
+    };
+    for (const vistel_tools::KindInfo& c : vistel_tools::kinds()) {
+        driven.insert(std::string("orv::VistelManager::") + c.handler +
+                      "(std::shared_ptr<orv::VistelEventBase>)");
+    }
+    std::ifstream list(VISTEL_EXPORTED_SYMBOLS);
+    ASSERT_TRUE(list.good()) << VISTEL_EXPORTED_SYMBOLS;
+    int entries = 0;
+    for (std::string line; std::getline(list, line);) {
+        const bool entry = line.rfind("orv::VistelManager::", 0) == 0 &&
+                           line.find("FrequencyLimit") == std::string::npos &&
+                           line.find("VistelManager()") == std::string::npos;
+        if (!entry) continue;
+        ++entries;
+        EXPECT_EQ(driven.count(line), 1u) << "exported, but driven by no hostile table: " << line;
+    }
+    EXPECT_EQ(entries, static_cast<int>(driven.size()));
+}
+
+// A record handed to a handler that reads another body: refused with the handler's
+// not-initialised result, nothing sent, counted in the handler's row. A record of another kind
+// with the same body is read as it always was.
+TEST_F(EntryPointsTest, ARecordWithAnotherBodyIsRefusedOneWithTheSameBodyIsRead) {
+    const auto& kinds = vistel_tools::kinds();
+    int sameBody = 0;
+    for (const vistel_tools::KindInfo& c : kinds) {
+        SCOPED_TRACE(c.handler);
+        for (const vistel_tools::KindInfo& other : kinds) {
+            if (other.kind == c.kind) continue;
+            const bool same = &other.layout() == &c.layout();
+            if (!same && other.kind != (c.kind + 1) % orv::kVistelEventCount) continue;
+            FakeClock::expireAllLimits();
+            vistelhost::reset();
+            ovrixhost::reset();
+            const vistel_tools::DumpRow before = rowOf(c.kind);
+            const int result = (manager()->*kHandlers[c.kind])(other.make().record);
+            const vistel_tools::DumpRow counted = rowOf(c.kind) - before;
+            EXPECT_EQ(counted.records, 1u) << other.handler;
+            if (same) {
+                ++sameBody;
+                EXPECT_EQ(counted.notInitialised, 0u) << other.handler;
+                continue;
+            }
+            EXPECT_EQ(result, refusedResult(c.kind)) << other.handler;
+            EXPECT_EQ(counted.notInitialised, 1u) << other.handler;
+            EXPECT_TRUE(vistelhost::calls().empty()) << other.handler;
+            EXPECT_TRUE(ovrixhost::reported().empty()) << other.handler;
+        }
+    }
+    // The time-outs (7/8/18, 9/10, 11/12/19-22) and the boot records (25/31).
+    EXPECT_EQ(sameBody, 2 * 3 + 2 + 6 * 5 + 2);
+}
+
+// A service that throws instead of answering, with something that is not a std::exception: the
+// record fails (-1, counted failed), nothing is thrown at the caller, no event object is left
+// behind, and the records in flight come back to zero: later records are sent as ever.
+TEST_F(EntryPointsTest, AServiceThatThrowsFailsThatRecordOnly) {
+    constexpr int kRounds = 2;  // once queued, once called directly
+    int failed = 0;
+    for (const vistel_tools::KindInfo& c : vistel_tools::kinds()) {
+        SCOPED_TRACE(c.handler);
+        for (int round = 0; round < kRounds; ++round) {
+            FakeClock::expireAllLimits();
+            vistelhost::reset();
+            ovrixhost::reset();
+            vistelhost::throwFromNextSend();
+            ovrixhost::throwFromNextReport();
+            std::shared_ptr<orv::VistelEventBase> record = c.make().record;
+            const vistel_tools::DumpRow before = rowOf(c.kind);
+            int result = 1;
+            if (round == 0) {
+                std::future<int> future = manager()->reportMsgImpl(record);
+                ASSERT_TRUE(future.valid());
+                ASSERT_NO_THROW(result = future.get());
+            } else {
+                ASSERT_NO_THROW(result = (manager()->*kHandlers[c.kind])(record));
+            }
+            const vistel_tools::DumpRow counted = rowOf(c.kind) - before;
+            EXPECT_EQ(counted.records, 1u);
+            EXPECT_EQ(counted.records, counted.outcomes());
+            if (counted.failed == 1) {
+                ++failed;
+                EXPECT_EQ(result, -1);
+                EXPECT_EQ(counted.events, 0u);
+            }
+            EXPECT_EQ(vistelhost::liveObjects(), 0) << "event object leaked";
+        }
+    }
+    vistelhost::reset();
+    ovrixhost::reset();
+    // Vistel kinds 0-17 but 14, 19-24 once queued and once called, Ovrix ones whose example
+    // record reaches the service.
+    EXPECT_GE(failed, 2 * 23);
+    const vistel_tools::LibraryDump dump =
+            vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+    EXPECT_EQ(dump.inFlight.rfind("records in flight: 0 now", 0), 0u) << dump.inFlight;
+    FakeClock::expireAllLimits();
+    EXPECT_EQ(
+            manager()->reportMsgImpl(vistel_tools::kinds()[orv::kEventMemLeak].make().record).get(),
+            0);
 }
 
 TEST_F(EntryPointsTest, SendBootMsgOutOfMemoryIsLoggedNotThrown) {

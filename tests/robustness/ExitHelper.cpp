@@ -50,6 +50,7 @@
 #include <vector>
 
 #include "FailingAllocations.h"
+#include "Handlers.h"
 
 namespace {
 
@@ -171,7 +172,8 @@ void releaseCameraThread() {
     gCameraThread->join();
 }
 
-// Every entry point once the manager is destroyed: each refuses, logging why.
+// Every entry point once the manager is destroyed: each refuses, logging why (at most one line a
+// second for all of them), and answers its not-initialised result.
 void callAfterDestruction() {
     gForwardAll = true;
     orv::VistelManager* destroyed = manager();
@@ -183,6 +185,26 @@ void callAfterDestruction() {
     fprintf(stderr, "SendEventAlgoProcessTimeoutDumpSystrace: %d\n",
             destroyed->SendEventAlgoProcessTimeoutDumpSystrace(
                     recordOf(orv::kEventAlgoProcessTimeoutDumpSystrace)));
+    int handlersAsRefused = 0;
+    for (uint32_t kind = 0; kind < orv::kVistelEventCount; ++kind) {
+        const auto event = static_cast<orv::VistelEvent>(kind);
+        handlersAsRefused += (destroyed->*vistel_test::kHandlers[kind])(recordOf(kind)) ==
+                             vistel_test::refusedResult(event);
+    }
+    fprintf(stderr, "handlers refusing as not initialised: %d\n", handlersAsRefused);
+    void* object = reinterpret_cast<void*>(&handlersAsRefused);  // never reaches the service
+    const int primitives[] = {
+            destroyed->createEvent(918000000, object),
+            destroyed->setEventParam(object, 0, 1),
+            destroyed->SetEventParam(object, "a", 1L, orv::TYPE_INT),
+            destroyed->SetEventParam(object, "a", 1.0f, orv::TYPE_FLOAT),
+            destroyed->SetEventParam(object, "a", "a", orv::TYPE_STRING),
+            destroyed->sendEvent(object),
+    };
+    int primitivesRefused = 0;
+    for (int result : primitives) primitivesRefused += result == -1;
+    fprintf(stderr, "primitives refused: %d of 6\n", primitivesRefused);
+    destroyed->Init();
     std::vector<orv::SingleBootNode> nodes(1);
     destroyed->sendBootMsg(nodes);
     destroyed->dump(STDERR_FILENO);

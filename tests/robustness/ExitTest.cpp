@@ -162,7 +162,8 @@ const ExitCase kCases[] = {
           "sendEventMemLeak: -1", "sendScanMsgReport: -2",
           "SendEventAlgoProcessTimeoutDumpSystrace: 0",
           // dump(): the counters, nothing of the manager; every refused record counted.
-          "0 MemLeak 3 1 0 0 2 0 0 1", "- direct sendBootMsg calls 1 0 0 0 1 0 0 0",
+          "handlers refusing as not initialised: 32", "primitives refused: 6 of 6",
+          "0 MemLeak 4 1 0 0 3 0 0 1", "- direct sendBootMsg calls 1 0 0 0 1 0 0 0",
           "vistel service: destroyed with the manager", "(every policy) destroyed"},
          {kKept, "sendEventMemLeak() error: manager destroyed, record dropped"},
          {},

@@ -66,7 +66,8 @@ struct OVRIX_EXPORT OvrixEvent::Param {
 
 namespace Ovrix {
 
-// Hands the event to the service. Returns 0; the event is not changed.
+// Hands the event to the service. Returns 0 (on the host, -1 when a test made it refuse); the
+// event is not changed.
 OVRIX_EXPORT int Report(OvrixEvent& event);
 
 }  // namespace Ovrix
@@ -76,7 +77,14 @@ namespace ovrixhost {
 
 // Copies of the events passed to Ovrix::Report since the last reset(), in report order.
 OVRIX_EXPORT std::vector<OvrixEvent> reported();
+// Clears the copies and every armed failure.
 OVRIX_EXPORT void reset();
+// The n-th (1-based) Report from now answers -1 and keeps nothing, as a service that refuses an
+// event; n <= 0 disarms.
+OVRIX_EXPORT void refuseReport(int n);
+// The next Report throws kThrownFromReport (an int, not a std::exception).
+constexpr int kThrownFromReport = 9;
+OVRIX_EXPORT void throwFromNextReport();
 // The event as the one-line JSON object written to OVRIX_EVENT_LOG (no trailing newline).
 OVRIX_EXPORT std::string toJson(const OvrixEvent& event);
 
