@@ -63,7 +63,7 @@ END {
         exit
     }
     floor = "QorThreadManager::enqueue<vistel_bench::"
-    handler = "QorThreadManager::enqueue<std::function<int"
+    handler = "QorThreadManager::enqueue<int \\(\\*\\)\\(orv::InFlightPlace"
     own = "^[^ ]*:vistel_bench::\\(anonymous namespace\\)::"
     report("caller: one report (reportRecord)", own "reportRecord\\(.*\\)$")
     report("  of which reportMsgImpl", "^[^ ]*:orv::VistelManager::reportMsgImpl\\(")

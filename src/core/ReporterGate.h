@@ -9,14 +9,13 @@
 // When that does not happen within the bound, nothing is destroyed at all ("kept"): whoever is
 // still inside keeps working on live state, and the process's exit reclaims it.
 //
-// A pass is counted twice: in the shared count close() waits on, and per thread, so that close()
-// does not wait for passes its own thread holds (a service that calls exit() inside a reporter
-// runs the manager's destructor on that reporter's thread). The per-thread count lives in a
-// POSIX thread-specific slot whose key is created with the gate, when the library loads: unlike a
-// C++ thread_local in a dlopen()ed library, reading and writing it never makes the C library
-// allocate per-thread storage on a thread's first use, whose failure aborts the process. If a
-// slot cannot be written, that pass is simply not known to its thread; close() then waits out its
-// bound for it, and keeps the manager.
+// Each pass is held in a slot that names its thread, so that close() does not wait for passes
+// its own thread holds (a service that calls exit() inside a reporter runs the manager's
+// destructor on that reporter's thread), and a forked child keeps only its own thread's. No
+// thread-local storage is involved: in a dlopen()ed library the C library allocates that on a
+// thread's first use, and aborts the process when it cannot. Taking a slot is one
+// compare-and-swap, as taking a count would be; more passes at once than there are slots are
+// counted without a thread, and a closer holding one of those waits out its bound for it.
 #pragma once
 
 #include <pthread.h>
@@ -55,24 +54,15 @@ class BasicReporterGate {
         kClosed,  // being destroyed, destroyed, or kept
     };
 
-    BasicReporterGate() : mHaveThreadKey(pthread_key_create(&mThreadKey, nullptr) == 0) {}
-    // Only gates of tests are ever destroyed; the manager's is immortal.
-    ~BasicReporterGate() {
-        if (mHaveThreadKey) pthread_key_delete(mThreadKey);
-    }
+    BasicReporterGate() = default;
     BasicReporterGate(const BasicReporterGate&) = delete;
     BasicReporterGate& operator=(const BasicReporterGate&) = delete;
 
     class Pass {
       public:
-        explicit Pass(BasicReporterGate& gate)
-            : mGate(gate),
-              mSeen(gate.enter()),
-              mCountedOnThread(mSeen == State::kOpen && gate.addThreadPasses(1)) {}
+        explicit Pass(BasicReporterGate& gate) : mGate(gate), mSlot(gate.enter(&mSeen)) {}
         ~Pass() {
-            if (mSeen != State::kOpen) return;
-            if (mCountedOnThread) mGate.addThreadPasses(-1);
-            mGate.release();
+            if (mSeen == State::kOpen) mGate.release(mSlot);
         }
         Pass(const Pass&) = delete;
         Pass& operator=(const Pass&) = delete;
@@ -84,8 +74,8 @@ class BasicReporterGate {
 
       private:
         BasicReporterGate& mGate;
-        const State mSeen;
-        const bool mCountedOnThread;
+        State mSeen = State::kNotOpen;
+        const int mSlot;  // the slot held, or kUntracked
     };
 
     // The manager is built: passes are granted from now on. Opens only a gate never opened.
@@ -99,13 +89,13 @@ class BasicReporterGate {
     // still held after that. The passes the calling thread holds itself are not waited for: they
     // cannot be given back while this call runs.
     bool close(std::chrono::milliseconds bound) {
-        const intptr_t own = passesOfThisThread();
+        const uintptr_t self = thisThread();
         mState.store(State::kClosed);
         std::unique_lock<std::mutex> lock(mMutex);
         const auto deadline = std::chrono::steady_clock::now() + bound;
         Hooks::waiting();
         const bool drained =
-                mDrained.wait_until(lock, deadline, [this, own] { return mHeld.load() <= own; });
+                mDrained.wait_until(lock, deadline, [this, self] { return !heldByOthers(self); });
         if (!drained) mKept.store(true, std::memory_order_relaxed);
         return drained;
     }
@@ -118,34 +108,52 @@ class BasicReporterGate {
     // In a child process just forked: only the forking thread exists there, so the passes other
     // threads held belong to the parent, and a lock one of them held would never be released.
     void resetAfterFork() {
-        mHeld.store(static_cast<int>(passesOfThisThread()));
+        const uintptr_t self = thisThread();
+        for (std::atomic<uintptr_t>& holder : mHolders) {
+            if (holder.load() != self) holder.store(0);
+        }
+        mUntracked.store(0);
         new (&mMutex) std::mutex();
         new (&mDrained) std::condition_variable();
     }
 
   private:
-    intptr_t passesOfThisThread() const {
-        return mHaveThreadKey ? reinterpret_cast<intptr_t>(pthread_getspecific(mThreadKey)) : 0;
-    }
-    // False when the thread's slot could not be written: the pass is then not counted on it.
-    bool addThreadPasses(intptr_t delta) {
-        if (!mHaveThreadKey) return false;
-        const intptr_t passes = passesOfThisThread() + delta;
-        return pthread_setspecific(mThreadKey, reinterpret_cast<void*>(passes)) == 0;
-    }
+    static constexpr int kSlots = 64;  // the hash below picks one of 64: the top six bits
+    static constexpr int kUntracked = -1;
 
-    State enter() {
-        // Counted before the check, both sequentially consistent: a holder that enters either
-        // sees the gate closed, or is counted before close() reads the count.
-        mHeld.fetch_add(1);
+    static_assert(sizeof(uintptr_t) == 8, "64-bit thread ids: the slot hash keeps the top bits");
+    static uintptr_t thisThread() { return static_cast<uintptr_t>(pthread_self()); }
+
+    // Takes a slot for this thread (or counts an untracked pass), then checks the gate, both
+    // sequentially consistent: a holder that enters either sees the gate closed, or holds its
+    // slot before close() looks at the slots. `seen` gets the state it found; a refused pass
+    // holds nothing.
+    int enter(State* seen) {
+        const uintptr_t self = thisThread();
+        int slot = kUntracked;
+        // Threads start at their own slot, spread by a multiplicative hash of their id.
+        const int first = static_cast<int>((self * 0x9E3779B97F4A7C15ULL) >> 58);
+        for (int i = 0; i < kSlots && slot == kUntracked; ++i) {
+            const int at = (first + i) % kSlots;
+            uintptr_t free = 0;
+            if (mHolders[at].load(std::memory_order_relaxed) == 0 &&
+                mHolders[at].compare_exchange_strong(free, self)) {
+                slot = at;
+            }
+        }
+        if (slot == kUntracked) mUntracked.fetch_add(1);
         Hooks::entering();
-        const State state = mState.load();
-        if (state != State::kOpen) release();
-        return state;
+        *seen = mState.load();
+        if (*seen != State::kOpen) release(slot);
+        return slot;
     }
 
-    void release() {
-        mHeld.fetch_sub(1);
+    void release(int slot) {
+        if (slot == kUntracked) {
+            mUntracked.fetch_sub(1);
+        } else {
+            mHolders[slot].store(0);
+        }
         if (mState.load() == State::kClosed) {
             // A closer may be waiting. Notified under the mutex, so the wake-up cannot fall
             // between close()'s check and its wait.
@@ -154,11 +162,20 @@ class BasicReporterGate {
         }
     }
 
-    std::atomic<int> mHeld{0};
+    // A pass is held by a thread other than `self`, or by one not known.
+    bool heldByOthers(uintptr_t self) const {
+        if (mUntracked.load() != 0) return true;
+        for (const std::atomic<uintptr_t>& holder : mHolders) {
+            const uintptr_t thread = holder.load();
+            if (thread != 0 && thread != self) return true;
+        }
+        return false;
+    }
+
+    std::atomic<uintptr_t> mHolders[kSlots] = {};  // the thread holding each slot; 0: free
+    std::atomic<int> mUntracked{0};
     std::atomic<State> mState{State::kNotOpen};
     std::atomic<bool> mKept{false};
-    pthread_key_t mThreadKey{};
-    const bool mHaveThreadKey;
     std::mutex mMutex;  // pairs close()'s wait with a release's notification
     std::condition_variable mDrained;
 };
