@@ -2,7 +2,10 @@
 # export (format: see exported-symbols.txt). Runs on the build host with the target's nm, so the
 # same check covers native and cross builds.
 #
-#   cmake -DNM=<nm> -DLIBRARY=<lib.so> -DEXPECTED=<list> -P CheckExportedSymbols.cmake
+#   cmake -DNM=<nm> -DLIBRARY=<lib.so> -DEXPECTED=<list> [-DREADELF=<readelf>]
+#         -P CheckExportedSymbols.cmake
+#
+# With READELF, it also checks that the library has no thread-local storage.
 
 cmake_minimum_required(VERSION 3.25)
 
@@ -78,6 +81,15 @@ foreach(symbol IN LISTS strong weak)
         endif()
     endforeach()
 endforeach()
+
+# No thread-local storage: in a library the camera HAL dlopen()s, the C library allocates it on a
+# thread's first use and aborts the process when that fails.
+if(DEFINED READELF AND READELF)
+    execute_process(COMMAND ${READELF} -lW ${LIBRARY} OUTPUT_VARIABLE segments)
+    if(segments MATCHES "\n +TLS ")
+        list(APPEND problems "has a thread-local storage segment (a thread_local variable)")
+    endif()
+endif()
 
 list(LENGTH mustExport expectedCount)
 if(problems)

@@ -1,10 +1,12 @@
 // Many camera threads asking for the manager at the same moment, before anyone else has, in a
-// process where another component has left a longer text in the process-wide build-tag buffer.
+// process where another component has left a longer text in the process-wide build-tag buffer;
+// then callers of the exported Init() while records are reported.
 #include <VistelManager.h>
 #include <VistelRecords.h>
 #include <gtest/gtest.h>
 #include <orvlog.h>
 
+#include <cstdio>
 #include <cstring>
 #include <future>
 #include <set>
@@ -50,6 +52,30 @@ TEST(ConcurrentInitTest, OneManagerOneServiceLoadTagExact) {
         EXPECT_EQ(line.buildTag, "185dd222") << line.message;
     }
     EXPECT_GT(manager, 4u);
+}
+
+// Init() is exported, but only the manager's construction initialises: called again, while
+// reports run, it binds nothing more and changes nothing they read (ThreadSanitizer would see a
+// write), and says so at most once a second.
+TEST(ConcurrentInitTest, InitCalledAgainChangesNothing) {
+    orv::VistelManager* manager = orv::VistelManager::GetInstance();
+    LogCapture log;
+    constexpr int kCalls = 200;
+    std::future<void> initialising = std::async(std::launch::async, [manager] {
+        for (int i = 0; i < kCalls; ++i) manager->Init();
+    });
+    int failures = 0;
+    for (int i = 0; i < kCalls; ++i) {
+        auto record = std::make_shared<orv::vistelMemLeak>();
+        snprintf(record->name, sizeof(record->name), "init-%d", i);
+        failures += manager->sendEventMemLeak(record) != 0;
+    }
+    initialising.get();
+    EXPECT_EQ(failures, 0);
+    EXPECT_TRUE(log.withBody("sendEventMemLeak() error: init failed").empty());
+    EXPECT_TRUE(log.withBody("enter getInstance(), getInstance successfully.").empty())
+            << "bound the service again";
+    EXPECT_EQ(log.withBody("Init() error: manager already built, call refused").size(), 1u);
 }
 
 }  // namespace

@@ -265,6 +265,30 @@ TEST_F(EntryPointsTest, AServiceThatThrowsFailsThatRecordOnly) {
             0);
 }
 
+// A record reported from a destructor while an exception unwinds ends as what became of it: sent,
+// not failed.
+TEST_F(EntryPointsTest, AReportFromADestructorWhileUnwindingIsCountedAsItEnds) {
+    struct ReportsWhenDestroyed {
+        int* result;
+        ~ReportsWhenDestroyed() {
+            *result = manager()->sendEventMemLeak(
+                    vistel_tools::kinds()[orv::kEventMemLeak].make().record);
+        }
+    };
+    FakeClock::expireAllLimits();
+    const vistel_tools::DumpRow before = rowOf(orv::kEventMemLeak);
+    int result = 1;
+    try {
+        ReportsWhenDestroyed reporter{&result};
+        throw 1;
+    } catch (int) {
+    }
+    EXPECT_EQ(result, 0);
+    const vistel_tools::DumpRow counted = rowOf(orv::kEventMemLeak) - before;
+    EXPECT_EQ(counted.sent, 1u);
+    EXPECT_EQ(counted.failed, 0u);
+}
+
 TEST_F(EntryPointsTest, SendBootMsgOutOfMemoryIsLoggedNotThrown) {
     std::vector<orv::SingleBootNode> nodes(2);
     nodes[0].stageCosts["open"] = {{"sensor", 12.5f}, {"isp", 3.0f}};

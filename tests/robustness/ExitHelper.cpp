@@ -5,7 +5,8 @@
 //                     clock read waits until main has returned
 //     waiting         the same as queued, while a camera thread waits on the last report's future
 //     held            returns while a memory leak report is held inside the limiter, and lets it
-//                     go only once the manager's destructor has given up waiting for it
+//                     go only once the manager's destructor has given up waiting for it (and the
+//                     dump has said the manager was kept)
 //     service-held    the same, with the report held inside the service's send call
 //     camera-held     returns while a camera thread is inside reportMsgImpl, holding its pass (the
 //                     allocation of its task waits), let go once the destructor has given up
@@ -17,6 +18,12 @@
 //                     go once the manager is destroyed: the report starts after it
 //     exit-report     reports from an exit handler that runs after the pool's own exit hook
 //     exit-in-service the service calls exit() from inside a reporter
+//     exit-in-call    the process's out-of-memory policy calls exit() while reportMsgImpl builds
+//                     its task
+//     reenter         the process's logger reports on the library's first line, logged while the
+//                     manager is being built: GetInstance() is re-entered
+//     fork            forks while a report is held inside the service's send; the child dumps and
+//                     exits
 //     unload          loads the camera module VISTEL_EXIT_MODULE, has it queue thousands of
 //                     reports, unloads it and returns
 //     unload-foreign  the same with VISTEL_EXIT_FOREIGN_MODULE, whose record type's vtable is
@@ -35,6 +42,7 @@
 #include <VistelManager.h>
 #include <android/log.h>
 #include <dlfcn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <utils/Timers.h>
 
@@ -162,6 +170,7 @@ struct HeldLeak : orv::vistelMemLeak {
 // Lets the held thread go and waits for what it was doing; registered before the manager is
 // built, so it runs once the destructor has returned.
 void releaseHeldReport() {
+    manager()->dump(STDERR_FILENO);
     gHold.release();
     printFuture("held report", std::move(gHeldReport));
 }
@@ -219,6 +228,24 @@ void releaseWorkers() {
 
 void joinWaiter() {
     if (gWaiter != nullptr) gWaiter->join();
+}
+
+// Registered before the manager is built: runs after its destructor and the pool's exit hook.
+void dumpAtEnd() {
+    manager()->dump(STDERR_FILENO);
+}
+
+// ---- GetInstance() re-entered from the process's logger, on the library's first line ---------
+
+bool gReentered = false;
+
+void reportOnFirstLine(const struct __android_logger_data* data, const char* message) {
+    forwardSomeLines(data, message);
+    if (gReentered) return;
+    gReentered = true;
+    gForwardAll = true;
+    printFuture("re-entered", manager()->reportMsgImpl(recordOf(orv::kEventMemLeak)));
+    gForwardAll = false;
 }
 
 // Holds every worker of the pool with a task of its own, then queues a report behind them.
@@ -337,7 +364,34 @@ int main(int argc, char** argv) {
         manager();
         setSendHook([] { exit(3); });
         printFuture("never", manager()->reportMsgImpl(recordOf(orv::kEventMemLeak)));
+    } else if (mode == "exit-in-call") {
+        printFuture("first report", manager()->reportMsgImpl(recordOf(orv::kEventMemLeak)));
+        vistel_test::atNextAllocationOfThisThread([] { exit(5); });
+        printFuture("never", manager()->reportMsgImpl(recordOf(orv::kEventMemLeak)));
+    } else if (mode == "reenter") {
+        __android_log_set_logger(reportOnFirstLine);
+        atexit(dumpAtEnd);
+        printFuture("after", manager()->reportMsgImpl(recordOf(orv::kEventMemLeak)));
+    } else if (mode == "fork") {
+        manager();
+        setSendHook([] { gHold.holdHere(HoldPoint::kServiceSend); });
+        gHold.arm(HoldPoint::kServiceSend);
+        gHeldReport = manager()->reportMsgImpl(recordOf(orv::kEventMemLeak));
+        gHold.waitUntilHeld();
+        const pid_t child = fork();
+        if (child == 0) {
+            gForwardAll = true;
+            manager()->dump(STDERR_FILENO);
+            exit(0);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        fprintf(stderr, "child: %s %d\n", WIFEXITED(status) ? "exit status" : "signal",
+                WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status));
+        gHold.release();
+        printFuture("held report", std::move(gHeldReport));
     } else if (mode == "queued" || mode == "running" || mode == "waiting") {
+        atexit(dumpAtEnd);
         const bool running = mode == "running";
         if (running) {
             // The first record, a memory leak, is stopped at the limiter's clock read.

@@ -113,6 +113,9 @@ constexpr char kKept[] =
         "~VistelManager() error: still in use after 500 ms, manager and service "
         "library kept";
 
+// What dump() says once the destructor gave up.
+constexpr char kKeptDump[] = "manager: kept at exit, still in use: nothing was destroyed";
+
 struct ExitCase {
     const char* mode;  // the helper's argument
     bool racy;         // run attempts() times
@@ -125,14 +128,16 @@ struct ExitCase {
 };
 
 const ExitCase kCases[] = {
-        {"queued", true, 0, {}, {}, {}, {}, -1},
+        // With the pool's exit hook, the queued records it destroys unrun are counted and give
+        // their places in flight back.
+        {"queued", true, 0, {}, {}, {"records in flight: 0 now"}, {}, -1},
         // The report inside its reporter when main returned finished, and went out once.
         {"running", true, 0, {}, {kKept}, {}, {}, 1},
         // A camera thread waiting on a report is released: reported, turned away or abandoned.
         {"waiting", true, 0, {}, {}, {"future resolved: "}, {"future resolved: "}, -1},
         // Still inside after the bound: nothing is freed or unloaded under it, and it finishes.
-        {"held", false, 0, {kKept, "held report: 0"}, {}, {}, {}, 1},
-        {"service-held", false, 0, {kKept, "held report: 0"}, {}, {}, {}, 1},
+        {"held", false, 0, {kKept, kKeptDump, "held report: 0"}, {}, {}, {}, 1},
+        {"service-held", false, 0, {kKept, kKeptDump, "held report: 0"}, {}, {}, {}, 1},
         // A camera thread inside reportMsgImpl holds no pass: it reads nothing of the manager.
         // Its record, queued after the manager is gone, is let go by the stopped pool or turned
         // away by its handler's door; one whose kind is asked while the manager is destroyed is
@@ -190,6 +195,32 @@ const ExitCase kCases[] = {
         // The service exits from inside a reporter: the destructor does not wait for that
         // reporter, which can never return.
         {"exit-in-service", false, 3, {}, {kKept}, {}, {}, 0},
+        // exit() inside reportMsgImpl (an out-of-memory policy): the camera thread holds no pass,
+        // so the destructor does not wait for it.
+        {"exit-in-call", false, 5, {}, {kKept}, {}, {}, 1},
+        // GetInstance() re-entered while the manager is built returns at once; its report is
+        // refused and counted, and the manager comes up as ever.
+        {"reenter",
+         false,
+         0,
+         {"GetInstance() error: manager not built yet, its calls are refused until it is",
+          "reportMsgImpl() error: manager not built yet, record dropped", "re-entered: no future",
+          "after: 0", "0 MemLeak 2 1 0 0 1 0 0 1"},
+         {kKept},
+         {},
+         {},
+         1},
+        // A forked child starts with passes and records in flight of its own: the report held in
+        // the parent is neither in flight in the child nor waited for at its exit.
+        {"fork",
+         false,
+         0,
+         {"records in flight: 0 now, 1 at most, shed beyond 4096", "child: exit status 0",
+          "held report: 0"},
+         {kKept},
+         {},
+         {},
+         1},
         // Camera modules unloaded with their records in flight, linked as the library asks.
         {"unload", true, 0, {}, {}, {}, {}, -1},
         {"unload-foreign", true, 0, {}, {}, {}, {}, -1},
@@ -197,6 +228,10 @@ const ExitCase kCases[] = {
         // Not linked so, but unloaded only once every report's future was ready.
         {"unload-waited", true, 0, {}, {}, {}, {}, -1},
 };
+
+void PrintTo(const ExitCase& c, std::ostream* out) {
+    *out << c.mode;
+}
 
 // With the host pool's exit hook, queued reports never start; without it, they start after the
 // manager is gone and are turned away by the library itself.
