@@ -170,9 +170,11 @@ struct HeldLeak : orv::vistelMemLeak {
 // Lets the held thread go and waits for what it was doing; registered before the manager is
 // built, so it runs once the destructor has returned.
 void releaseHeldReport() {
-    manager()->dump(STDERR_FILENO);
     gHold.release();
     printFuture("held report", std::move(gHeldReport));
+    // The manager was kept, not destroyed: its dump still reads it (the limiter's key counts
+    // too, once the held report has let go of the limiter's lock).
+    manager()->dump(STDERR_FILENO);
 }
 
 void releaseCameraThread() {
