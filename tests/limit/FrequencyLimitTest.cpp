@@ -426,6 +426,55 @@ TEST_F(FrequencyLimitTest, BoundDropsExpiredPairsOfAFirstNameItKeeps) {
     }
 }
 
+// A pair map's first names and the second names under one of them keep separate scan sizes:
+// one level grown past the bound with fresh keys (its next scan put off) does not put off the
+// other's first scan, which drops the expired pair it finds.
+TEST_F(FrequencyLimitTest, PairMapLevelsAreScannedApart) {
+    const struct {
+        const char* name;
+        bool firstNamesGrowFirst;
+    } kCases[] = {
+            {"first names, then second names", true},
+            {"second names, then first names", false},
+    };
+    for (auto policy :
+         {&Limit::limitEventOtherTimeoutWarning, &Limit::limitEventOtherTimeoutError}) {
+        for (const auto& c : kCases) {
+            SCOPED_TRACE(c.name);
+            Limit limit;
+            const size_t slot = policy == &Limit::limitEventOtherTimeoutWarning ? 9 : 10;
+            auto decide = [&](const std::string& first, const std::string& second) {
+                return (limit.*policy)(pairRecord(first, second).get());
+            };
+            auto growFirstNames = [&](size_t count) {
+                for (size_t i = 1; i <= count; ++i) EXPECT_FALSE(decide(keyText(i), "stream"));
+            };
+            auto growSecondNames = [&](size_t count) {
+                for (size_t i = 1; i <= count; ++i) EXPECT_FALSE(decide("node", keyText(i)));
+            };
+            uint64_t before;
+            if (c.firstNamesGrowFirst) {
+                // The probe pair ("node", kProbe) and 2,048 other first names, all fresh.
+                EXPECT_FALSE(decide("node", kProbe));
+                growFirstNames(kKeyBound);
+                FakeClock::advanceSeconds(3600);
+                before = limit.keyCounts()[slot].dropped;
+                growSecondNames(kKeyBound);  // "node" now has 2,049 second names
+            } else {
+                // The probe first name, then 2,049 fresh second names under "node", then first
+                // names up to 2,049 with "node" and the probe.
+                EXPECT_FALSE(decide(kProbe, "stream"));
+                FakeClock::advanceSeconds(3600);
+                growSecondNames(kKeyBound + 1);
+                before = limit.keyCounts()[slot].dropped;
+                growFirstNames(kKeyBound - 1);
+            }
+            EXPECT_EQ(limit.keyCounts()[slot].dropped - before, 1u);
+            EXPECT_EQ(limit.keyCounts()[slot].keys, 2 * kKeyBound);
+        }
+    }
+}
+
 // Above the bound a map is not scanned on every key added: once a scan keeps what it finds (all
 // fresh), the next waits until the map has grown by kScanStep keys, or by a quarter of what the
 // last scan kept when that is more. Keys that run out meanwhile stay until then.
