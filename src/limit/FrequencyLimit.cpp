@@ -190,7 +190,7 @@ Decision decideAtomically(std::atomic<long>& last, int32_t periodS) {
     X(limitEventSnapshotTimeoutError, mSnapshotTimeoutErrorRecord)           \
     X(limitEventOtherTimeoutWarning, mOtherTimeoutWarningRecord)             \
     X(limitEventOtherTimeoutError, mOtherTimeoutErrorRecord)
-#define VISTEL_MAP_ADDRESS(policy, map) static_cast<const void*>(&map),
+#define VISTEL_MAP_ADDRESS(policy, map) static_cast<const void*>(&(map)),
 
 VistelManager::FrequencyLimit::FrequencyLimit()
     : mMemEfficiencyWarningTime(0),
