@@ -70,7 +70,8 @@ class VistelManager {
         FrequencyLimit& operator=(const FrequencyLimit&) = delete;
 
         // Generic deciders over one hour. They update the state they are handed and never
-        // lock: the caller holds mMutex.
+        // lock: the caller holds mMutex. A map past a few thousand keys drops, as keys are added,
+        // those whose hour has run out; their next record passes as it would have.
         bool limitBy0Item(long* time) const;
         bool limitBy1Item(std::map<std::string, long>* record, std::string key) const;
         bool limitBy2Item(std::map<std::string, std::map<std::string, long>>* record,
@@ -97,11 +98,13 @@ class VistelManager {
         VISTEL_EXPORT bool limitEventBootPerf();                     // 600 s
         VISTEL_EXPORT bool limitEventSnapshotRetFrmIntervalError();  // 60 s
 
-        // The keys each keyed policy holds (pairs of names for the two keyed by two), for the
+        // The keys each keyed policy holds (pairs of names for the two keyed by two), and how
+        // many it dropped since the process started once its map grew past the bound, for the
         // manager's dump. Holds mMutex just long enough to read the sizes.
         struct KeyCount {
             const char* policy;
             size_t keys;
+            uint64_t dropped;
         };
         static constexpr size_t kKeyedPolicies = 11;
         std::array<KeyCount, kKeyedPolicies> keyCounts() const;

@@ -237,10 +237,14 @@ void VistelManager::dump(int fd) {
     out.line("records in flight: %u now, %u at most, shed beyond %u", inFlightNow, inFlightPeak,
              InFlightBound::kBound);
     writeBinding(out, manager);
-    out.line("%-40s %9s", "keyed limit policy", "keys");
+    // "dropped": the keys a policy let go, for the life of the process, once its map had grown past
+    // the limiter's bound; each had been quiet for its whole period.
+    out.line("%-40s %9s %9s", "keyed limit policy", "keys", "dropped");
     if (!manager.alive) out.line("%-40s %9s", "(every policy)", "destroyed");
     for (size_t i = 0; manager.alive && i < manager.keyCounts.size(); ++i) {
-        out.line("%-40s %9zu", manager.keyCounts[i].policy, manager.keyCounts[i].keys);
+        const VistelManager::FrequencyLimit::KeyCount& count = manager.keyCounts[i];
+        out.line("%-40s %9zu %9llu", count.policy, count.keys,
+                 static_cast<unsigned long long>(count.dropped));
     }
     out.writeOut();
 }

@@ -4,7 +4,10 @@
 #include <VistelManager.h>
 #include <utils/Timers.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
+#include <type_traits>
 
 #include "../core/FieldText.h"
 #include "../core/VistelLog.h"
@@ -20,6 +23,24 @@ constexpr int32_t kBootPerfPeriodS = 600;
 constexpr int32_t kSnapshotRetFrmIntervalPeriodS = 60;
 constexpr long kNanosPerSecond = 1000000000;
 
+// A keyed map holds one key per distinct text for as long as the process lives unless something
+// drops it, and a leaking caller that names every record differently grows it without end: a
+// million distinct 24-character memory leak names take ~125 MB resident, ~128 bytes a key. So
+// once a map holds more than kKeyBound keys, adding one may drop the keys whose quiet period has
+// run out, whose next record passes anyway. The camera keeps far fewer: the camera day names at
+// most 2 keys per map, the 8-thread stress test 11. While fewer than kKeyBound - kScanStep (1,536)
+// keys of a map are younger than an hour, the map never holds more than kKeyBound + 1 keys:
+// ~260 KB at 128 bytes a key, under 3 MB for all 11 maps. Keys younger than an hour are never
+// dropped: a larger burst stays for its hour, and after it until new keys bring on a scan. The
+// pair maps are bounded level by level, their first names and, under each, its second names, so
+// the same condition caps one at (kKeyBound + 1)^2 pairs; the camera sends one second name per
+// first name.
+constexpr size_t kKeyBound = 2048;
+// How much a map above the bound grows before it is scanned again, when the last scan kept fewer
+// than 4 * kScanStep keys (otherwise a quarter of what it kept): a map whose keys are all still
+// fresh costs a scan per step, a few node visits per key added, not a scan per key.
+constexpr size_t kScanStep = 512;
+
 long now() {
     return systemTime(SYSTEM_TIME_MONOTONIC);
 }
@@ -27,6 +48,83 @@ long now() {
 // Whole seconds since `since`, truncated, as the 32-bit value the log lines print.
 int32_t intervalSeconds(long now, long since) {
     return static_cast<int32_t>((now - since) / kNanosPerSecond);
+}
+
+// The rule under which a decider lets a record of a known key through after its quiet period,
+// without the clock running backwards. A key for which it holds at `now` is one whose next record
+// passes at any later time, so it may be dropped; a key stored after `now` may not: once the clock
+// is back past it, the key's next record would be limited.
+bool quietPeriodOver(long stored, long now) {
+    return now >= stored && intervalSeconds(now, stored) >= kQuietPeriodS;
+}
+
+using KeyMap = std::map<std::string, long>;
+using PairMap = std::map<std::string, KeyMap>;
+
+// What the bound keeps per keyed map, outside the limiter's layout: the keys dropped for the life
+// of the process (pairs for a pair map), and the size at which the map is next scanned. Only the
+// manager's limiter lives in a process; a second one (as tests build) shares these schedules,
+// which then only move when a scan happens, never what a decision answers. The last slot serves
+// maps a caller hands the deciders itself.
+struct KeyedMapState {
+    std::atomic<uint64_t> dropped{0};
+    std::atomic<size_t> scanAt{0};       // of the map, or of a pair map's first names
+    std::atomic<size_t> innerScanAt{0};  // of a pair map's second names, one for all its names
+};
+// Constant-initialised and never destroyed: nothing runs for it at load or at exit.
+static_assert(std::is_trivially_destructible_v<KeyedMapState>);
+KeyedMapState gKeyedMaps[VistelManager::FrequencyLimit::kKeyedPolicies + 1];
+constexpr auto kRelaxed = std::memory_order_relaxed;
+
+// The slot of `map` among `maps` (the limiter's own, in keyCounts() order), or the last one.
+KeyedMapState& keyedMapState(
+        const std::array<const void*, VistelManager::FrequencyLimit::kKeyedPolicies>& maps,
+        const void* map) {
+    const auto it = std::find(maps.begin(), maps.end(), map);
+    return gKeyedMaps[it - maps.begin()];
+}
+
+size_t dropExpired(KeyMap& keys, long now) {
+    size_t dropped = 0;
+    for (auto it = keys.begin(); it != keys.end();) {
+        if (quietPeriodOver(it->second, now)) {
+            it = keys.erase(it);
+            ++dropped;
+        } else {
+            ++it;
+        }
+    }
+    return dropped;
+}
+
+// Every expired pair, and a first name once none of its pairs is left.
+size_t dropExpired(PairMap& pairs, long now) {
+    size_t dropped = 0;
+    for (auto it = pairs.begin(); it != pairs.end();) {
+        dropped += dropExpired(it->second, now);
+        it = it->second.empty() ? pairs.erase(it) : std::next(it);
+    }
+    return dropped;
+}
+
+// Called once a key was added at `now`: a map above the bound that has grown to its scan size
+// drops what has expired. The key just added is fresh, so it stays.
+template <typename Map>
+void boundKeys(Map& map, long now, std::atomic<size_t>& scanAt, std::atomic<uint64_t>& dropped) {
+    if (map.size() <= kKeyBound || map.size() < scanAt.load(kRelaxed)) return;
+    dropped.fetch_add(dropExpired(map, now), kRelaxed);
+    const size_t kept = map.size();
+    scanAt.store(kept + std::max(kScanStep, kept / 4), kRelaxed);
+}
+
+size_t keysIn(const KeyMap& keys) {
+    return keys.size();
+}
+
+size_t keysIn(const PairMap& pairs) {
+    size_t count = 0;
+    for (const auto& [first, seconds] : pairs) count += seconds.size();
+    return count;
 }
 
 class ScopedLock {
@@ -79,6 +177,21 @@ Decision decideAtomically(std::atomic<long>& last, int32_t periodS) {
 
 }  // namespace
 
+// The keyed policies in the order of keyCounts() and the dump, each with the map it keeps.
+#define VISTEL_KEYED_POLICIES(X)                                             \
+    X(limitEventMemLeak, mMemLeakRecord)                                     \
+    X(limitEventMemShortage, mMemShortageRecord)                             \
+    X(limitEventMemLimit, mMemLimitRecord)                                   \
+    X(limitEventPreviewBufferRefLeak, mPreviewBufferRefLeakRecord)           \
+    X(limitEventCaptureBufferRefLeak, mCaptureBufferRefLeakRecord)           \
+    X(limitEventAlgoProcessTimeoutWarning, mAlgoProcessTimeoutWarningRecord) \
+    X(limitEventAlgoProcessTimeoutError, mAlgoProcessTimeoutErrorRecord)     \
+    X(limitEventSnapshotTimeoutWarning, mSnapshotTimeoutWarningRecord)       \
+    X(limitEventSnapshotTimeoutError, mSnapshotTimeoutErrorRecord)           \
+    X(limitEventOtherTimeoutWarning, mOtherTimeoutWarningRecord)             \
+    X(limitEventOtherTimeoutError, mOtherTimeoutErrorRecord)
+#define VISTEL_MAP_ADDRESS(policy, map) static_cast<const void*>(&(map)),
+
 VistelManager::FrequencyLimit::FrequencyLimit()
     : mMemEfficiencyWarningTime(0),
       mMemAllocFailTime(0),
@@ -87,6 +200,11 @@ VistelManager::FrequencyLimit::FrequencyLimit()
       mBootPerfTime(0),
       mSnapshotRetFrmIntervalTime(0) {
     pthread_mutex_init(&mMutex, nullptr);
+    // A new limiter starts with empty maps, so with no scan put off by a previous one's.
+    for (KeyedMapState& state : gKeyedMaps) {
+        state.scanAt.store(0, kRelaxed);
+        state.innerScanAt.store(0, kRelaxed);
+    }
 }
 
 VistelManager::FrequencyLimit::~FrequencyLimit() {
@@ -120,6 +238,8 @@ bool VistelManager::FrequencyLimit::limitBy1Item(std::map<std::string, long>* re
     auto it = record->find(key);
     if (it == record->end()) {
         record->emplace(std::move(key), current);
+        KeyedMapState& state = keyedMapState({VISTEL_KEYED_POLICIES(VISTEL_MAP_ADDRESS)}, record);
+        boundKeys(*record, current, state.scanAt, state.dropped);
         return false;
     }
     if (current >= it->second) {
@@ -142,11 +262,15 @@ bool VistelManager::FrequencyLimit::limitBy2Item(
     auto outer = record->find(key1);
     if (outer == record->end()) {
         record->emplace(std::move(key1), std::map<std::string, long>{{std::move(key2), current}});
+        KeyedMapState& state = keyedMapState({VISTEL_KEYED_POLICIES(VISTEL_MAP_ADDRESS)}, record);
+        boundKeys(*record, current, state.scanAt, state.dropped);
         return false;
     }
     auto it = outer->second.find(key2);
     if (it == outer->second.end()) {
         outer->second.emplace(std::move(key2), current);
+        KeyedMapState& state = keyedMapState({VISTEL_KEYED_POLICIES(VISTEL_MAP_ADDRESS)}, record);
+        boundKeys(outer->second, current, state.innerScanAt, state.dropped);
         return false;
     }
     if (current >= it->second) {
@@ -247,26 +371,18 @@ bool VistelManager::FrequencyLimit::limitEventOtherTimeoutError(vistelOtherTimeo
 
 std::array<VistelManager::FrequencyLimit::KeyCount, VistelManager::FrequencyLimit::kKeyedPolicies>
 VistelManager::FrequencyLimit::keyCounts() const {
-    auto pairs = [](const std::map<std::string, std::map<std::string, long>>& record) {
-        size_t count = 0;
-        for (const auto& [first, seconds] : record) count += seconds.size();
-        return count;
-    };
+#define VISTEL_KEY_COUNT(policy, map) {#policy, keysIn(map), 0},
     ScopedLock lock(&mMutex);
-    return {{
-            {"limitEventMemLeak", mMemLeakRecord.size()},
-            {"limitEventMemShortage", mMemShortageRecord.size()},
-            {"limitEventMemLimit", mMemLimitRecord.size()},
-            {"limitEventPreviewBufferRefLeak", mPreviewBufferRefLeakRecord.size()},
-            {"limitEventCaptureBufferRefLeak", mCaptureBufferRefLeakRecord.size()},
-            {"limitEventAlgoProcessTimeoutWarning", mAlgoProcessTimeoutWarningRecord.size()},
-            {"limitEventAlgoProcessTimeoutError", mAlgoProcessTimeoutErrorRecord.size()},
-            {"limitEventSnapshotTimeoutWarning", mSnapshotTimeoutWarningRecord.size()},
-            {"limitEventSnapshotTimeoutError", mSnapshotTimeoutErrorRecord.size()},
-            {"limitEventOtherTimeoutWarning", pairs(mOtherTimeoutWarningRecord)},
-            {"limitEventOtherTimeoutError", pairs(mOtherTimeoutErrorRecord)},
-    }};
+    std::array<KeyCount, kKeyedPolicies> counts = {{VISTEL_KEYED_POLICIES(VISTEL_KEY_COUNT)}};
+#undef VISTEL_KEY_COUNT
+    for (size_t i = 0; i < counts.size(); ++i) {
+        counts[i].dropped = gKeyedMaps[i].dropped.load(kRelaxed);
+    }
+    return counts;
 }
+
+#undef VISTEL_MAP_ADDRESS
+#undef VISTEL_KEYED_POLICIES
 
 // The four self-contained policies log in their own words and at their own levels.
 

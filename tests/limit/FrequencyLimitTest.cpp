@@ -6,6 +6,7 @@
 #include <cstring>
 #include <functional>
 #include <future>
+#include <optional>
 #include <type_traits>
 
 #include "FakeClock.h"
@@ -221,6 +222,318 @@ TEST_F(FrequencyLimitTest, RacingThreadsLetOneThrough) {
     int total = 0;
     for (auto& p : passed) total += p.get();
     EXPECT_EQ(total, 2) << "one leak report and one boot report";
+}
+
+// ---- The bound on keyed maps ------------------------------------------------------------------
+
+// The limiter's own figures: past kKeyBound keys a keyed map drops the keys whose quiet period
+// has run out, scanning again after kScanStep more keys (or a quarter of what it kept).
+constexpr size_t kKeyBound = 2048;
+constexpr size_t kScanStep = 512;
+constexpr int64_t kHourNs = 3600 * kNanosPerSecond;
+
+// The key whose fate a test follows, and distinct others, all of three characters: short enough
+// for the shortage's first integer.
+constexpr char kProbe[] = "p_0";
+std::string keyText(size_t i) {
+    static const char kDigits[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+    constexpr size_t kBase = sizeof(kDigits) - 1;
+    return {kDigits[i / kBase / kBase % kBase], kDigits[i / kBase % kBase], kDigits[i % kBase]};
+}
+
+std::unique_ptr<orv::vistelOtherTimeout> pairRecord(const std::string& first,
+                                                    const std::string& second) {
+    auto record = std::make_unique<orv::vistelOtherTimeout>();
+    snprintf(record->firstName, sizeof(record->firstName), "%s", first.c_str());
+    snprintf(record->secondName, sizeof(record->secondName), "%s", second.c_str());
+    return record;
+}
+
+// One keyed map of a limiter, its keys varied by `decide`: a single-key map, the first names of a
+// pair map (under one second name) or the second names under one first name, or a map the
+// caller keeps itself. `slot` is its row in keyCounts(), none for the caller's own.
+struct KeyedMap {
+    std::string name;
+    std::optional<size_t> slot;
+    // The interval line of a known key's record, "$" for the key, "%d" for the seconds.
+    const char* intervalLine;
+    std::function<bool(Limit&, const std::string& key)> decide;
+};
+
+template <typename R>
+KeyedMap singleKeyMap(const char* name, size_t slot, bool (Limit::*policy)(R*)) {
+    return {name, slot, "limitBy1Item() $ timeIntervalInS = %d",
+            [policy](Limit& limit, const std::string& key) {
+                return (limit.*policy)(keyedRecord<R>(key.c_str()).get());
+            }};
+}
+
+KeyedMap firstNames(const char* name, size_t slot, bool (Limit::*policy)(orv::vistelOtherTimeout*)) {
+    return {name, slot, "limitBy2Item() $ stream timeIntervalInS = %d",
+            [policy](Limit& limit, const std::string& key) {
+                return (limit.*policy)(pairRecord(key, "stream").get());
+            }};
+}
+
+KeyedMap secondNames(const char* name, size_t slot,
+                     bool (Limit::*policy)(orv::vistelOtherTimeout*)) {
+    return {name, slot, "limitBy2Item() node $ timeIntervalInS = %d",
+            [policy](Limit& limit, const std::string& key) {
+                return (limit.*policy)(pairRecord("node", key).get());
+            }};
+}
+
+KeyMap gOwnKeys;  // the caller's own map, handed to the decider directly
+
+std::vector<KeyedMap> keyedMaps() {
+    return {
+            singleKeyMap("limitEventMemLeak", 0, &Limit::limitEventMemLeak),
+            singleKeyMap("limitEventMemShortage", 1, &Limit::limitEventMemShortage),
+            singleKeyMap("limitEventMemLimit", 2, &Limit::limitEventMemLimit),
+            singleKeyMap("limitEventPreviewBufferRefLeak", 3,
+                         &Limit::limitEventPreviewBufferRefLeak),
+            singleKeyMap("limitEventCaptureBufferRefLeak", 4,
+                         &Limit::limitEventCaptureBufferRefLeak),
+            singleKeyMap("limitEventAlgoProcessTimeoutWarning", 5,
+                         &Limit::limitEventAlgoProcessTimeoutWarning),
+            singleKeyMap("limitEventAlgoProcessTimeoutError", 6,
+                         &Limit::limitEventAlgoProcessTimeoutError),
+            singleKeyMap("limitEventSnapshotTimeoutWarning", 7,
+                         &Limit::limitEventSnapshotTimeoutWarning),
+            singleKeyMap("limitEventSnapshotTimeoutError", 8,
+                         &Limit::limitEventSnapshotTimeoutError),
+            firstNames("limitEventOtherTimeoutWarning first names", 9,
+                       &Limit::limitEventOtherTimeoutWarning),
+            secondNames("limitEventOtherTimeoutWarning second names", 9,
+                        &Limit::limitEventOtherTimeoutWarning),
+            firstNames("limitEventOtherTimeoutError first names", 10,
+                       &Limit::limitEventOtherTimeoutError),
+            secondNames("limitEventOtherTimeoutError second names", 10,
+                        &Limit::limitEventOtherTimeoutError),
+            {"a map of the caller's own", std::nullopt, "limitBy1Item() $ timeIntervalInS = %d",
+             [](Limit& limit, const std::string& key) { return limit.limitBy1Item(&gOwnKeys, key); }},
+    };
+}
+
+// The keys a map holds and the keys each policy dropped since the process started.
+struct Counts {
+    size_t keys;
+    std::vector<uint64_t> dropped;
+};
+
+Counts countsOf(const Limit& limit, const KeyedMap& map) {
+    Counts counts{map.slot ? 0 : gOwnKeys.size(), {}};
+    for (const Limit::KeyCount& count : limit.keyCounts()) counts.dropped.push_back(count.dropped);
+    if (map.slot) counts.keys = limit.keyCounts()[*map.slot].keys;
+    return counts;
+}
+
+// The dropped counts since `before`, `dropped` expected for the map's own policy and none for
+// any other.
+void expectDropped(const KeyedMap& map, const Counts& before, const Counts& after,
+                   uint64_t dropped) {
+    for (size_t slot = 0; slot < Limit::kKeyedPolicies; ++slot) {
+        const uint64_t expected = map.slot == slot ? dropped : 0;
+        EXPECT_EQ(after.dropped[slot] - before.dropped[slot], expected) << "slot " << slot;
+    }
+}
+
+// A key (the probe) recorded at the start, then, at the scan time, enough other keys to bring its
+// map to `keys`. Above the bound the probe is dropped exactly when its quiet period has run out
+// at the scan time, when its next record passes anyway; a probe recorded after the scan time (the
+// clock went back) is kept, as once the clock is past it again its next record is limited. Its
+// next record gets what it would have got had nothing been dropped (a limiter that never grew
+// says so), and below the bound it is still there: its next record logs its interval, as ever.
+TEST_F(FrequencyLimitTest, BoundDropsOnlyKeysWhoseNextRecordPassesAnyway) {
+    const int64_t start = FakeClock::nowNs();
+    // 70 years: further than a 32-bit count of seconds reaches, so only the clock's order keeps
+    // the probe, not its interval.
+    const int64_t seventyYearsNs = int64_t{70} * 365 * 24 * kHourNs;
+    const struct {
+        const char* name;
+        size_t keys;     // the map's keys once filled, the probe's included
+        int64_t scanAt;  // when the map is filled, from the start
+        int64_t nextAt;  // when the probe's next record comes
+        bool dropped;
+        bool nextLimited;
+    } kCases[] = {
+            {"at the bound, long expired", kKeyBound, 10 * kHourNs, 10 * kHourNs, false, false},
+            {"above it, just expired", kKeyBound + 1, kHourNs, kHourNs, true, false},
+            {"above it, a nanosecond short", kKeyBound + 1, kHourNs - 1, kHourNs - 1, false, true},
+            {"above it, recorded after the scan", kKeyBound + 1, -kHourNs, 10 * kNanosPerSecond,
+             false, true},
+            {"above it, recorded 70 years after the scan", kKeyBound + 1, -seventyYearsNs,
+             10 * kNanosPerSecond, false, true},
+    };
+    for (const KeyedMap& map : keyedMaps()) {
+        for (const auto& c : kCases) {
+            SCOPED_TRACE(map.name + ": " + c.name);
+            bool keptAnswer;
+            gOwnKeys.clear();
+            {
+                Limit unbounded;
+                FakeClock::setNs(start);
+                EXPECT_FALSE(map.decide(unbounded, kProbe));
+                FakeClock::setNs(start + c.nextAt);
+                keptAnswer = map.decide(unbounded, kProbe);
+            }
+            EXPECT_EQ(keptAnswer, c.nextLimited) << "what a key that was kept gets";
+
+            gOwnKeys.clear();
+            Limit limit;
+            FakeClock::setNs(start);
+            EXPECT_FALSE(map.decide(limit, kProbe));
+            FakeClock::setNs(start + c.scanAt);
+            const Counts before = countsOf(limit, map);
+            for (size_t i = 1; i < c.keys; ++i) EXPECT_FALSE(map.decide(limit, keyText(i)));
+            const Counts after = countsOf(limit, map);
+            EXPECT_EQ(after.keys, c.keys - c.dropped);
+            expectDropped(map, before, after, c.dropped);
+
+            FakeClock::setNs(start + c.nextAt);
+            mLog.clear();
+            EXPECT_EQ(map.decide(limit, kProbe), keptAnswer);
+            std::string line = map.intervalLine;
+            line.replace(line.find('$'), 1, kProbe);
+            const int seconds = static_cast<int>(c.nextAt / kNanosPerSecond);
+            EXPECT_EQ(mLog.withBody(withSeconds(line, seconds)).size(), c.dropped ? 0u : 1u)
+                    << "a kept key's record logs its interval, a dropped one's none";
+        }
+    }
+    FakeClock::setNs(start);
+}
+
+// A scan of a pair map's first names drops every expired pair, keeping the first name while one
+// of its pairs is fresh; the fresh pair stays limited, the expired one passes again.
+TEST_F(FrequencyLimitTest, BoundDropsExpiredPairsOfAFirstNameItKeeps) {
+    for (auto policy :
+         {&Limit::limitEventOtherTimeoutWarning, &Limit::limitEventOtherTimeoutError}) {
+        Limit limit;
+        const size_t slot = policy == &Limit::limitEventOtherTimeoutWarning ? 9 : 10;
+        auto decide = [&](const std::string& first, const std::string& second) {
+            return (limit.*policy)(pairRecord(first, second).get());
+        };
+        EXPECT_FALSE(decide("node", "old"));
+        FakeClock::advanceSeconds(1800);
+        EXPECT_FALSE(decide("node", "young"));
+        FakeClock::advanceSeconds(1800);
+        const uint64_t before = limit.keyCounts()[slot].dropped;
+        for (size_t i = 1; i <= kKeyBound; ++i) EXPECT_FALSE(decide(keyText(i), "stream"));
+        EXPECT_EQ(limit.keyCounts()[slot].dropped - before, 1u);
+        EXPECT_EQ(limit.keyCounts()[slot].keys, kKeyBound + 1);
+        EXPECT_TRUE(decide("node", "young"));
+        EXPECT_FALSE(decide("node", "old"));
+    }
+}
+
+// A pair map's first names and the second names under one of them keep separate scan sizes:
+// one level grown past the bound with fresh keys (its next scan put off) does not put off the
+// other's first scan, which drops the expired pair it finds.
+TEST_F(FrequencyLimitTest, PairMapLevelsAreScannedApart) {
+    const struct {
+        const char* name;
+        bool firstNamesGrowFirst;
+    } kCases[] = {
+            {"first names, then second names", true},
+            {"second names, then first names", false},
+    };
+    for (auto policy :
+         {&Limit::limitEventOtherTimeoutWarning, &Limit::limitEventOtherTimeoutError}) {
+        for (const auto& c : kCases) {
+            SCOPED_TRACE(c.name);
+            Limit limit;
+            const size_t slot = policy == &Limit::limitEventOtherTimeoutWarning ? 9 : 10;
+            auto decide = [&](const std::string& first, const std::string& second) {
+                return (limit.*policy)(pairRecord(first, second).get());
+            };
+            auto growFirstNames = [&](size_t count) {
+                for (size_t i = 1; i <= count; ++i) EXPECT_FALSE(decide(keyText(i), "stream"));
+            };
+            auto growSecondNames = [&](size_t count) {
+                for (size_t i = 1; i <= count; ++i) EXPECT_FALSE(decide("node", keyText(i)));
+            };
+            uint64_t before;
+            if (c.firstNamesGrowFirst) {
+                // The probe pair ("node", kProbe) and 2,048 other first names, all fresh.
+                EXPECT_FALSE(decide("node", kProbe));
+                growFirstNames(kKeyBound);
+                FakeClock::advanceSeconds(3600);
+                before = limit.keyCounts()[slot].dropped;
+                growSecondNames(kKeyBound);  // "node" now has 2,049 second names
+            } else {
+                // The probe first name, then 2,049 fresh second names under "node", then first
+                // names up to 2,049 with "node" and the probe.
+                EXPECT_FALSE(decide(kProbe, "stream"));
+                FakeClock::advanceSeconds(3600);
+                growSecondNames(kKeyBound + 1);
+                before = limit.keyCounts()[slot].dropped;
+                growFirstNames(kKeyBound - 1);
+            }
+            EXPECT_EQ(limit.keyCounts()[slot].dropped - before, 1u);
+            EXPECT_EQ(limit.keyCounts()[slot].keys, 2 * kKeyBound);
+        }
+    }
+}
+
+// Above the bound a map is not scanned on every key added: once a scan keeps what it finds (all
+// fresh), the next waits until the map has grown by kScanStep keys, or by a quarter of what the
+// last scan kept when that is more. Keys that run out meanwhile stay until then.
+TEST_F(FrequencyLimitTest, ScansAboveTheBoundAreSpacedOut) {
+    const struct {
+        size_t freshKeys;  // added within their hour, so every scan keeps them all
+        size_t nextScan;   // the map's size at which it is next scanned
+    } kCases[] = {
+            {kKeyBound + 1, kKeyBound + 1 + kScanStep},
+            // Scanned at 2,049, 2,561 (+512), 3,201 (+640), 4,001 (+800); next at 5,001 (+1,000).
+            {4001, 5001},
+    };
+    const std::vector<KeyedMap> maps = keyedMaps();
+    // A single-key map, the second names under one first name, the first names of a pair map.
+    for (const KeyedMap& map : {maps[0], maps[10], maps[11]}) {
+        for (const auto& c : kCases) {
+            SCOPED_TRACE(map.name + ", fresh keys " + std::to_string(c.freshKeys));
+            Limit limit;
+            const Counts before = countsOf(limit, map);
+            size_t key = 0;
+            while (key < c.freshKeys) EXPECT_FALSE(map.decide(limit, keyText(key++)));
+            expectDropped(map, before, countsOf(limit, map), 0);
+            FakeClock::advanceSeconds(3600);
+            while (key < c.nextScan - 1) EXPECT_FALSE(map.decide(limit, keyText(key++)));
+            Counts counts = countsOf(limit, map);
+            EXPECT_EQ(counts.keys, c.nextScan - 1);
+            expectDropped(map, before, counts, 0);
+            EXPECT_FALSE(map.decide(limit, keyText(key++)));
+            counts = countsOf(limit, map);
+            EXPECT_EQ(counts.keys, c.nextScan - c.freshKeys) << "those added after the hour";
+            expectDropped(map, before, counts, c.freshKeys);
+        }
+    }
+}
+
+// A leaking caller naming every record differently: 100,000 distinct keys, one every 3.6 s, so
+// about 1,000 are younger than an hour at any time. The map stays at the bound instead of
+// growing by a key a record, and every key it let go is counted.
+TEST_F(FrequencyLimitTest, DistinctKeysWithoutEndStayNearTheBound) {
+    constexpr size_t kDistinctKeys = 100000;
+    const std::vector<KeyedMap> maps = keyedMaps();
+    // A single-key map, the first names of a pair map, the second names under one first name.
+    for (const KeyedMap& map : {maps[0], maps[9], maps[12]}) {
+        SCOPED_TRACE(map.name);
+        Limit limit;
+        const Counts before = countsOf(limit, map);
+        size_t most = 0;
+        for (size_t i = 0; i < kDistinctKeys; ++i) {
+            EXPECT_FALSE(map.decide(limit, keyText(i)));
+            FakeClock::advanceSeconds(3.6);
+            if (i % 64 == 0 || i + 1 == kDistinctKeys) {
+                most = std::max(most, countsOf(limit, map).keys);
+            }
+        }
+        const Counts after = countsOf(limit, map);
+        EXPECT_LE(most, kKeyBound);
+        EXPECT_GT(most, kKeyBound - 64);
+        expectDropped(map, before, after, kDistinctKeys - after.keys);
+    }
 }
 
 }  // namespace

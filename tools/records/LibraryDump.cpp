@@ -138,8 +138,10 @@ LibraryDump parseLibraryDump(const std::vector<std::string>& lines) {
             } else {
                 dump.total = row;
             }
-        } else if (words.size() == 2 && words[0].rfind("limit", 0) == 0 && isCount(words[1])) {
+        } else if (words.size() == 3 && words[0].rfind("limit", 0) == 0 && isCount(words[1]) &&
+                   isCount(words[2])) {
             dump.keys[words[0]] = std::stoull(words[1]);
+            dump.droppedKeys[words[0]] = std::stoull(words[2]);
         } else if (line.rfind("libc_vistel ", 0) != 0 && (words.empty() || words[0] != "kind") &&
                    line.rfind("keyed limit policy", 0) != 0) {
             dump.unparsed.push_back(line);

@@ -49,10 +49,11 @@ struct LibraryDump {
     std::map<uint32_t, DumpRow> kinds;  // by kind number
     DumpRow direct;                     // sendBootMsg called directly
     DumpRow total;
-    std::string inFlight;                  // the records-in-flight line
-    std::string service;                   // the binding line
-    std::map<std::string, uint64_t> keys;  // keyed limit policy -> keys it holds
-    std::vector<std::string> unparsed;     // lines of none of these forms
+    std::string inFlight;                         // the records-in-flight line
+    std::string service;                          // the binding line
+    std::map<std::string, uint64_t> keys;         // keyed limit policy -> keys it holds
+    std::map<std::string, uint64_t> droppedKeys;  // keyed limit policy -> keys it let go
+    std::vector<std::string> unparsed;            // lines of none of these forms
 
     // The rows whose records are not the sum of their outcomes, and "total" when the total is
     // not the sum of the rows: empty when the table adds up, as it must once nothing is in

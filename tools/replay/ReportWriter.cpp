@@ -323,8 +323,8 @@ ordered_json dumpRowJson(const vistel_tools::DumpRow& row) {
 }
 
 // The library's dump as one object: its title, the rows of the kinds, the direct sendBootMsg
-// calls and the total, the service binding, the keys of each keyed limit policy, and any other
-// line as it stands.
+// calls and the total, the service binding, the keys each keyed limit policy holds and those it
+// dropped, and any other line as it stands.
 ordered_json dumpJson(const std::vector<std::string>& lines) {
     const vistel_tools::LibraryDump dump = vistel_tools::parseLibraryDump(lines);
     ordered_json kinds = ordered_json::array();
@@ -341,7 +341,8 @@ ordered_json dumpJson(const std::vector<std::string>& lines) {
             {"total", dumpRowJson(dump.total)},
             {"inFlight", dump.inFlight},
             {"service", dump.service.substr(std::min(dump.service.size(), servicePrefix.size()))},
-            {"keyedLimitPolicies", dump.keys}};
+            {"keyedLimitPolicies", dump.keys},
+            {"droppedLimitKeys", dump.droppedKeys}};
     if (!dump.unparsed.empty()) json["other"] = dump.unparsed;
     return json;
 }
