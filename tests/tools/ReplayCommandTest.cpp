@@ -285,6 +285,19 @@ TEST(ReplayCommandTest, CommandLines) {
              kExitUsage,
              "",
              "vistel-replay: --list and --describe cannot be combined\n"},
+            // The event stream is the events alone.
+            {{"--events", "--json", scenario},
+             kExitUsage,
+             "",
+             "vistel-replay: --events writes the events alone; --json shapes a report\n"},
+            {{"--dump", "--events", scenario},
+             kExitUsage,
+             "",
+             "vistel-replay: --events writes the events alone; --dump shapes a report\n"},
+            {{"--events", "--dictionary"},
+             kExitUsage,
+             "",
+             "vistel-replay: --events applies to a replay, not to --dictionary\n"},
             {{"--help", "--list", "--dump"}, kExitOk, "usage: vistel-replay", ""},
             {{"--help"}, kExitOk, "usage: vistel-replay", ""},
             {{"--list"}, kExitOk, "kind  name / handler", ""},
@@ -318,7 +331,8 @@ TEST(ReplayCommandTest, CommandLines) {
              ""},
             {{"--json", scenario},
              kExitOk,
-             R"({"summary":{"records":0,"sent":0,"limited":0,"no-event":0,"not-initialised":0,)"
+             R"({"type":"summary","summary":{"records":0,"sent":0,"limited":0,"no-event":0,)"
+             R"("not-initialised":0,)"
              R"("failed":0,"shed":0,"events":0,"kinds":[]}})",
              ""},
     };
@@ -526,6 +540,22 @@ TEST(ReplayCommandTest, RepeatedStepsCountEveryRecord) {
     EXPECT_EQ(objects[2].at("spacing"), 3600);
     EXPECT_EQ(paced.at("sent"), 3);
     EXPECT_EQ(outcomeSum(paced), 3);
+    // Each record's events, with its number and time: the one the loop let through, one for
+    // each record of the burst, one for each paced record, an hour apart.
+    using Origin = std::pair<int, double>;  // record, at
+    const std::tuple<size_t, size_t, Origin, Origin> kEventOrigins[] = {
+            {0, 1, {1, 0}, {1, 0}}, {1, 50, {1, 10}, {50, 10}}, {2, 3, {1, 20}, {3, 7220}}};
+    for (const auto& [line, count, first, last] : kEventOrigins) {
+        SCOPED_TRACE("step " + std::to_string(line + 1));
+        EXPECT_EQ(objects[line].at("type"), "repeated step");
+        std::vector<Origin> origins;
+        for (const auto& event : objects[line].at("events")) {
+            origins.emplace_back(event.at("record"), event.at("at"));
+        }
+        ASSERT_EQ(origins.size(), count);
+        EXPECT_EQ(origins.front(), first);
+        EXPECT_EQ(origins.back(), last);
+    }
 
     const nlohmann::json& summary = objects[3].at("summary");
     EXPECT_EQ(summary.at("records"), 5053);
@@ -543,6 +573,40 @@ TEST(ReplayCommandTest, RepeatedStepsCountEveryRecord) {
               std::string::npos)
             << text;
     remove(path.c_str());
+}
+
+// The event stream is every event of the --json report, in its order, each behind its record's
+// time, its step, its record's number in a repeated step and its kind: nothing left out, nothing
+// moved, whatever the steps' outcomes.
+TEST(ReplayCommandTest, EventStreamIsEveryStepsEvents) {
+    const std::string repeated = writeScenario(R"([
+        {"at": 0, "kind": "FrameDrop", "groups": [{}, {}], "repeat": 3},
+        {"at": 5, "kind": "DumpTrace", "traceName": "Preview", "repeat": 3, "spacing": 180},
+        {"at": 900, "kind": "MemLeak", "name": "Once"}])");
+    const std::pair<std::string, size_t> kScenarios[] = {{VISTEL_CAMERA_DAY, 37}, {repeated, 5}};
+    for (const auto& [scenario, count] : kScenarios) {
+        SCOPED_TRACE(scenario);
+        const ToolRun report = runTool({"--json", scenario});
+        const ToolRun stream = runTool({"--events", scenario});
+        ASSERT_EQ(stream.status, kExitOk) << stream.err;
+        std::vector<nlohmann::json> expected;
+        for (const nlohmann::json& line : jsonLines(report.out)) {
+            if (line.at("type") == "summary") continue;
+            for (nlohmann::json event : line.at("events")) {
+                nlohmann::json origin = {{"at", event.value("at", line.at("at"))},
+                                         {"step", line.at("step")},
+                                         {"kind", line.at("kind")}};
+                if (event.contains("record")) origin["record"] = event.at("record");
+                event.erase("record");
+                event.erase("at");
+                origin.update(event);
+                expected.push_back(std::move(origin));
+            }
+        }
+        EXPECT_EQ(jsonLines(stream.out), expected);
+        EXPECT_EQ(expected.size(), count);
+    }
+    remove(repeated.c_str());
 }
 
 // The identifiers of `params`' nested events, at any depth; `untyped` collects every parameter

@@ -50,12 +50,6 @@ nlohmann::ordered_json fieldsJson(const StructLayout& layout) {
 
 // What --list says of a kind, as JSON.
 nlohmann::ordered_json kindJson(const KindInfo& kind) {
-    nlohmann::ordered_json limit = nullptr;
-    if (kind.limit.policy != nullptr) {
-        limit = {{"policy", kind.limit.policy},
-                 {"periodSeconds", kind.limit.periodSeconds},
-                 {"per", kind.limit.scope}};
-    }
     nlohmann::ordered_json results = nlohmann::ordered_json::object();
     for (size_t i = 0; i < kind.results.size(); ++i) {
         if (kind.results[i] == vistel_tools::kNoResult) continue;
@@ -68,7 +62,7 @@ nlohmann::ordered_json kindJson(const KindInfo& kind) {
             {"body", kind.layout().name},
             {"service", vistel_tools::serviceName(kind.service)},
             {"events", kind.events},
-            {"limit", std::move(limit)},
+            {"limit", limitJson(kind.limit)},
             {"results", std::move(results)}};
 }
 
@@ -79,6 +73,11 @@ nlohmann::ordered_json exampleStep(const KindInfo& kind) {
 }
 
 }  // namespace
+
+nlohmann::ordered_json limitJson(const vistel_tools::LimitPolicy& limit) {
+    if (limit.policy == nullptr) return nullptr;
+    return {{"policy", limit.policy}, {"periodSeconds", limit.periodSeconds}, {"per", limit.scope}};
+}
 
 void printKindList(std::ostream& out, bool json) {
     if (json) {

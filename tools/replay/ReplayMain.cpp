@@ -18,6 +18,7 @@ namespace {
 constexpr char kUsage[] =
         "usage: vistel-replay [--json | --full] [--verbose] [--dump] SCENARIO.json"
         "   (- reads stdin)\n"
+        "       vistel-replay --events SCENARIO.json\n"
         "       vistel-replay --list [--json]\n"
         "       vistel-replay --describe KIND [--json]\n"
         "       vistel-replay --dictionary [--json | --schema]\n"
@@ -27,8 +28,12 @@ constexpr char kUsage[] =
         "rate limiter), no-event, not-initialised, failed or shed.\n"
         "\n"
         "  --json          one JSON object per step, then one with the summary (and with\n"
-        "                  --dump one with the library's counters); with --list, --describe\n"
-        "                  and --dictionary, their output as JSON\n"
+        "                  --dump one with the library's counters), each with its \"type\";\n"
+        "                  with --list, --describe and --dictionary, their output as JSON\n"
+        "  --events        only the events the services received, one JSON object per line\n"
+        "                  as docs/events.schema.json describes it, with the time its record\n"
+        "                  was handed over (\"at\"), its \"step\", \"record\" (of a repeated\n"
+        "                  step) and \"kind\"\n"
         "  --full          every parameter, nested events indented, each line whole (the\n"
         "                  text form; JSON always has everything)\n"
         "  --verbose       the library's own log lines with each step\n"
@@ -68,7 +73,8 @@ struct ReportOption {
 constexpr ReportOption kReportOptions[] = {{"--json", &ReportOptions::json},
                                            {"--full", &ReportOptions::full},
                                            {"--verbose", &ReportOptions::verbose},
-                                           {"--dump", &ReportOptions::dump}};
+                                           {"--dump", &ReportOptions::dump},
+                                           {"--events", &ReportOptions::events}};
 
 struct ActionOption {
     const char* name;
@@ -88,6 +94,14 @@ std::string checkCombination(const CommandLine& command) {
     }
     if (command.schema && report.json) return "--schema and --json cannot be combined";
     if (command.action == CommandLine::Action::kReplay) {
+        if (report.events) {
+            for (const ReportOption& option : kReportOptions) {
+                if (report.*option.flag && option.flag != &ReportOptions::events) {
+                    return std::string("--events writes the events alone; ") + option.name +
+                           " shapes a report";
+                }
+            }
+        }
         return report.json && report.full
                        ? "--full shapes the text report; --json always has every parameter"
                        : "";
