@@ -171,10 +171,6 @@ std::optional<std::vector<ordered_json>> describeSource(const EventSource& sourc
 
 // ---- Shapes that share an identifier ----------------------------------------------------------
 
-std::string labelOf(const ordered_json& param) {
-    return param.contains("index") ? "#" + param["index"].dump() : param["key"].get<std::string>();
-}
-
 // How `shape` stands out among `others`, the other wire shapes of its identifier: its
 // parameter count, a key none of the others has, or the form of one parameter.
 ordered_json tellApart(const ordered_json& shape, const std::vector<const ordered_json*>& others) {
