@@ -305,7 +305,7 @@ TEST(ReplayCommandTest, CommandLines) {
             {{"--list", "--json"},
              kExitOk,
              R"({"kind":0,"name":"MemLeak","handler":"sendEventMemLeak","record":"vistelMemLeak",)"
-             R"("body":"vistelMemLeak","service":"vistel","events":"918000000","limit":)"
+             R"("body":"vistelMemLeak","service":"vistel","events":[{"id":918000000}],"limit":)"
              R"({"policy":"limitEventMemLeak","periodSeconds":3600,"per":"name"},"results":)"
              R"({"sent":0,"limited":0,"not-initialised":-1,"failed":-1}})"
              "\n",
@@ -315,7 +315,7 @@ TEST(ReplayCommandTest, CommandLines) {
              R"({"kind":18,"name":"AlgoProcessTimeoutDumpSystrace",)"
              R"("handler":"SendEventAlgoProcessTimeoutDumpSystrace",)"
              R"("record":"vistelAlgoProcessTimeoutDumpSystrace","body":"vistelAlgoProcessTimeout",)"
-             R"("service":"none","events":"-","limit":null,"results":{"no-event":0},"fields":[)"
+             R"("service":"none","events":[],"limit":null,"results":{"no-event":0},"fields":[)"
              R"({"name":"name","type":"char[64]"},)",
              ""},
             {{"--describe", "dumpTrace"},
@@ -676,22 +676,21 @@ TEST(ReplayCommandTest, DictionaryCoversEveryKindsEventsAndLimits) {
         EXPECT_EQ(asTableText(limitOf.at(info.kind)), vistel_tools::describeLimit(info.limit))
                 << info.name;
     }
-    for (const vistel_tools::KindInfo& info : vistel_tools::kinds()) {
+    // The identifiers --list --json gives each kind, nested ones included.
+    std::istringstream list(runTool({"--list", "--json"}).out);
+    for (std::string line; std::getline(list, line);) {
+        const nlohmann::json kind = nlohmann::json::parse(line);
         std::set<long> expected;
-        const std::string events = info.events;
-        if (info.service == vistel_tools::Service::kJankPrint) {
-            expected.insert(std::stol(events.substr(events.find("id ") + 3)));  // "type 3, id 474"
-        } else {
-            // "918009013 [918009012 [918009010]]", "918009009 [918009008] per 60 entries", "-".
-            std::istringstream words(events);
-            for (std::string word; words >> word;) {
-                word.erase(0, word.find_first_not_of('['));
-                if (word.size() >= 9 && isdigit(static_cast<unsigned char>(word[0]))) {
-                    expected.insert(std::stol(word));
-                }
+        std::vector<nlohmann::json> events(kind.at("events").begin(), kind.at("events").end());
+        while (!events.empty()) {
+            const nlohmann::json event = events.back();
+            events.pop_back();
+            expected.insert(event.at("id").get<long>());
+            for (const auto& nested : event.value("nested", nlohmann::json::array())) {
+                events.push_back(nested);
             }
         }
-        EXPECT_EQ(sentBy[info.kind], expected) << info.name;
+        EXPECT_EQ(sentBy[kind.at("kind")], expected) << kind.at("name");
     }
 }
 
