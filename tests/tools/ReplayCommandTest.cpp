@@ -694,6 +694,42 @@ TEST(ReplayCommandTest, DictionaryCoversEveryKindsEventsAndLimits) {
     }
 }
 
+// A day of one record a minute sends what the dictionary's budget says a key can in a day: its
+// records a day (every one, where nothing limits them) times the events each sends. A budget
+// counted from the wrong period, rounded the wrong way or blind to a record's groups fails here.
+TEST(ReplayCommandTest, BudgetIsWhatADayOfRecordsSends) {
+    const ToolRun dictionary = runTool({"--dictionary", "--json"});
+    ASSERT_EQ(dictionary.status, kExitOk) << dictionary.err;
+    std::map<uint32_t, nlohmann::json> recordsPerDay;
+    for (const nlohmann::json& entry : jsonLines(dictionary.out)) {
+        for (const auto& budget : entry.at("budget")) {
+            if (budget.contains("kind")) recordsPerDay[budget["kind"]] = budget["recordsPerDay"];
+        }
+    }
+    constexpr int kMinutesPerDay = 24 * 60;
+    const std::tuple<uint32_t, const char*, int> kDays[] = {
+            // kind, the record's fields, events a record sends
+            {0, R"("name": "FeatureNode")", 1},
+            {23, R"("perfDetail": [{}])", 1},
+            {26, R"("traceName": "Preview")", 1},
+            {27, R"("groups": [{}, {}])", 2},
+            {13, R"("iso": 100)", 1},
+    };
+    for (const auto& [kind, fields, eventsPerRecord] : kDays) {
+        SCOPED_TRACE(vistel_tools::kinds()[kind].name);
+        const std::string path = writeScenario(
+                R"([{"at": 0, "kind": )" + std::to_string(kind) + ", " + fields +
+                R"(, "repeat": )" + std::to_string(kMinutesPerDay) + R"(, "spacing": 60}])");
+        const ToolRun day = runTool({"--json", path});
+        ASSERT_EQ(day.status, kExitOk) << day.err;
+        const nlohmann::json& budget = recordsPerDay.at(kind);
+        const int records = budget.is_number() ? budget.get<int>() : kMinutesPerDay;
+        EXPECT_EQ(jsonLines(day.out).at(0).at("outcomes").at("events"), records * eventsPerRecord)
+                << budget;
+        remove(path.c_str());
+    }
+}
+
 // A service that refuses a parameter or a send makes the step "failed", with the refusing
 // primitive's own error line as the reason, and leaves no event object behind.
 TEST(ReplayCommandTest, ServiceRefusalIsAFailedStep) {

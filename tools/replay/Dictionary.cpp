@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "DictionaryBudget.h"
 #include "DictionaryLimits.h"
 #include "DictionaryMatch.h"
 #include "EventSchema.h"
@@ -289,8 +290,9 @@ ordered_json entryOf(const ordered_json& shape, const ordered_json& kinds, const
 
 }  // namespace
 
-Dictionary deriveDictionary() {
+Dictionary deriveDictionary(const Scenario* day, const std::string& dayName) {
     Dictionary dictionary;
+    dictionary.day = day == nullptr ? "" : dayName;
     std::vector<EventSource> sources;
     for (const KindInfo& kind : vistel_tools::kinds()) sources.push_back({&kind});
     sources.push_back(directBootMsgSource());
@@ -327,7 +329,12 @@ Dictionary deriveDictionary() {
         return !x.is_null() && (y.is_null() || x.get<long long>() < y.get<long long>());
     });
     for (const auto& [shape, from] : shapes) {
-        dictionary.events.push_back(entryOf(shape, from.kinds, from.calls, from.limits));
+        ordered_json entry = entryOf(shape, from.kinds, from.calls, from.limits);
+        entry["budget"] = ordered_json::array();
+        for (const ordered_json& limit : from.limits) {
+            entry["budget"].push_back(deriveBudget(limit, day));
+        }
+        dictionary.events.push_back(std::move(entry));
     }
     std::vector<ShapeRef> topLevel;
     std::vector<ShapeRef> nested;
@@ -345,7 +352,7 @@ Dictionary deriveDictionary() {
     for (ordered_json& entry : dictionary.events) {
         ordered_json ordered;
         for (const char* key : {"id", "service", "schema", "kinds", "calls", "sent", "limits",
-                                "tellApart", "sourcesAlike", "unread", "params"}) {
+                                "budget", "tellApart", "sourcesAlike", "unread", "params"}) {
             if (entry.contains(key)) ordered[key] = std::move(entry[key]);
         }
         entry = std::move(ordered);

@@ -21,7 +21,7 @@ constexpr char kUsage[] =
         "       vistel-replay --events SCENARIO.json\n"
         "       vistel-replay --list [--json]\n"
         "       vistel-replay --describe KIND [--json]\n"
-        "       vistel-replay --dictionary [--json | --schema]\n"
+        "       vistel-replay --dictionary [--json | --schema] [SCENARIO.json]\n"
         "\n"
         "Replays camera records through libc_vistel on a virtual clock and shows what the\n"
         "reporting services received and what became of each record: sent, limited (by the\n"
@@ -46,7 +46,9 @@ constexpr char kUsage[] =
         "  --dictionary    every event the library sends and every parameter, with the\n"
         "                  record field it comes from, derived by running the library\n"
         "                  (Markdown; with --json one JSON object per event, with\n"
-        "                  --schema the JSON Schema of the events as received)\n"
+        "                  --schema the JSON Schema of the events as received), with a\n"
+        "                  daily budget per source; with a scenario, what a day of its\n"
+        "                  shape can bring\n"
         "\n"
         "A scenario is a JSON array of steps such as\n"
         "  {\"at\": 30, \"kind\": \"MemLeak\", \"name\": \"FeatureNode\", \"value1\": 3}\n"
@@ -156,12 +158,14 @@ std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& args
                                           command.action == CommandLine::Action::kDescribe
                                   ? 1
                                   : 0;
-    if (operands.size() != wanted) {
+    // --dictionary may take the scenario whose shape its budget's day has.
+    const bool optional = command.action == CommandLine::Action::kDictionary && operands.size() == 1;
+    if (operands.size() != wanted && !optional) {
         err << "vistel-replay: expected " << (wanted == 1 ? "one operand" : "no operand")
             << ", got " << operands.size() << "\n";
         return std::nullopt;
     }
-    if (wanted == 1) command.operand = operands[0];
+    if (!operands.empty()) command.operand = operands[0];
     return command;
 }
 
@@ -180,8 +184,33 @@ int describe(const std::string& kindText, bool json, std::ostream& out, std::ost
     return kExitOk;
 }
 
+// The scenario file `operand` names (- for standard input), or nullopt after saying on err why
+// nothing can be replayed.
+std::optional<Scenario> readScenario(const std::string& operand, std::ostream& err) {
+    // As messages and the report name it.
+    const std::string source = operand == "-" ? "standard input" : operand;
+    std::string text;
+    const std::string unreadable = readScenarioText(operand, &text);
+    if (!unreadable.empty()) {
+        err << source << ": " << unreadable << "\n";
+        return std::nullopt;
+    }
+    Scenario scenario = parseScenario(text);
+    if (!scenario.errors.empty()) {
+        for (const std::string& error : scenario.errors) err << source << ": " << error << "\n";
+        err << source << ": nothing was replayed\n";
+        return std::nullopt;
+    }
+    return scenario;
+}
+
 int printDictionary(const CommandLine& command, std::ostream& out, std::ostream& err) {
-    const Dictionary dictionary = deriveDictionary();
+    std::optional<Scenario> day;
+    if (!command.operand.empty()) {
+        day = readScenario(command.operand, err);
+        if (!day) return kExitBadInput;
+    }
+    const Dictionary dictionary = deriveDictionary(day ? &*day : nullptr, command.operand);
     if (!dictionary.errors.empty()) {
         for (const std::string& error : dictionary.errors) {
             err << "vistel-replay: " << error << "\n";
@@ -200,26 +229,14 @@ int printDictionary(const CommandLine& command, std::ostream& out, std::ostream&
 }
 
 int replay(const CommandLine& command, std::ostream& out, std::ostream& err) {
-    // As messages and the report name it.
-    const std::string source = command.operand == "-" ? "standard input" : command.operand;
-    std::string text;
-    const std::string unreadable = readScenarioText(command.operand, &text);
-    if (!unreadable.empty()) {
-        err << source << ": " << unreadable << "\n";
-        return kExitBadInput;
-    }
-    const Scenario scenario = parseScenario(text);
-    if (!scenario.errors.empty()) {
-        for (const std::string& error : scenario.errors) err << source << ": " << error << "\n";
-        err << source << ": nothing was replayed\n";
-        return kExitBadInput;
-    }
+    const std::optional<Scenario> scenario = readScenario(command.operand, err);
+    if (!scenario) return kExitBadInput;
 
     Replayer replayer;
     std::unique_ptr<ReportWriter> writer = makeReportWriter(command.report, out);
-    writer->start(source, scenario, replayer);
+    writer->start(command.operand == "-" ? "standard input" : command.operand, *scenario, replayer);
     Summary summary;
-    for (const Step& step : scenario.steps) {
+    for (const Step& step : scenario->steps) {
         const StepReport report = replayer.run(step);
         summary.add(report);
         writer->step(report);
