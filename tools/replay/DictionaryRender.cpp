@@ -319,7 +319,8 @@ void writeBudget(const Dictionary& dictionary, std::ostream& out) {
             const bool limited = !limit["policy"].is_null();
             std::string source = sourceLabel(limit);
             if (limit.contains("kind")) {
-                source += std::string(" ") + vistel_tools::kinds()[limit["kind"].get<size_t>()].name;
+                const KindInfo& kind = vistel_tools::kinds()[limit["kind"].get<size_t>()];
+                source += " " + std::string(kind.name);
             }
             const std::string period =
                     limited ? limit["seconds"].dump() + " s per " + keyText(limit["per"])

@@ -159,8 +159,8 @@ std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& args
                                   ? 1
                                   : 0;
     // --dictionary may take the scenario whose shape its budget's day has.
-    const bool optional = command.action == CommandLine::Action::kDictionary && operands.size() == 1;
-    if (operands.size() != wanted && !optional) {
+    const bool withDay = command.action == CommandLine::Action::kDictionary && operands.size() == 1;
+    if (operands.size() != wanted && !withDay) {
         err << "vistel-replay: expected " << (wanted == 1 ? "one operand" : "no operand")
             << ", got " << operands.size() << "\n";
         return std::nullopt;
