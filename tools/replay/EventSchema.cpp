@@ -248,29 +248,27 @@ ordered_json streamAnnotations() {
              {{"type", "integer"}, {"minimum", 0}, {"maximum", orv::kVistelEventCount - 1}}}};
 }
 
-// An event whose params hold, somewhere, one labelled `label` ("#3", "THERMALLEVEL").
-ordered_json hasParam(const std::string& label, const std::string& service) {
+// Params that hold, somewhere, one labelled `label` ("#3", "THERMALLEVEL").
+ordered_json holdsParam(const std::string& label, const std::string& service) {
     const ordered_json match =
             label[0] == '#' ? ordered_json{{"index", {{"const", std::stol(label.substr(1))}}}}
                             : ordered_json{{labelMember(service), {{"const", label}}}};
     ordered_json required = ordered_json::array();
     for (auto it = match.begin(); it != match.end(); ++it) required.push_back(it.key());
-    return {{"properties",
-             {{"params", {{"contains", {{"properties", match}, {"required", required}}}}}}}};
+    return {{"contains", {{"properties", match}, {"required", required}}}};
 }
 
-// The condition under which an event of `entry`'s identifier is taken to be of its shape, as
-// the dictionary's "tellApart" says the wire tells it from the others.
-ordered_json shapeCondition(const ordered_json& entry) {
+// What an event's params must be for it to be taken as of `entry`'s shape rather than another of
+// its identifier's, as the dictionary's "tellApart" says the wire tells them apart; with nothing
+// to go by, the shape's params themselves.
+ordered_json paramsCondition(const ordered_json& entry) {
     const ordered_json& tell = entry["tellApart"];
     const std::string by = tell["by"];
     const std::string service = entry["service"];
-    if (by == "parameter count") {
-        return {{"properties",
-                 {{"params", {{"minItems", tell["value"]}, {"maxItems", tell["value"]}}}}}};
-    }
-    if (by == "key") return hasParam(tell["value"], service);
-    // "form": the parameter in its place has the shape's form.
+    if (by == "parameter count") return {{"minItems", tell["value"]}, {"maxItems", tell["value"]}};
+    if (by == "key") return holdsParam(tell["value"], service);
+    if (by != "form") return shapeSchema(entry)["properties"]["params"];
+    // The parameter in its place has the shape's form.
     ordered_json prefix = ordered_json::array();
     for (const ordered_json& param : entry["params"]) {
         if (labelOf(param) == tell["param"]) {
@@ -279,25 +277,27 @@ ordered_json shapeCondition(const ordered_json& entry) {
         }
         prefix.push_back(true);
     }
-    return {{"properties", {{"params", {{"prefixItems", prefix}}}}}};
+    return {{"prefixItems", prefix}};
 }
 
 // Which definition an event of one identifier is checked against: the only one, or the one its
-// wire form points to. One whose form points to none is refused at "params", where the forms
+// params point to. One whose params point to none is refused at "params", where the shapes
 // differ: the wire cannot say which shape it was meant to be.
 ordered_json dispatchOf(const std::vector<const ordered_json*>& entries) {
     const auto ref = [](const ordered_json& entry) {
         return ordered_json{{"$ref", "#/$defs/" + entry["schema"].get<std::string>()}};
     };
+    const auto withParams = [](ordered_json params) {
+        return ordered_json{{"properties", {{"params", std::move(params)}}}};
+    };
     if (entries.size() == 1) return ref(*entries[0]);
-    ordered_json forms = ordered_json::array();
-    for (const ordered_json* entry : entries) {
-        forms.push_back(shapeCondition(*entry)["properties"]["params"]);
-    }
-    ordered_json dispatch = {{"properties", {{"params", {{"anyOf", std::move(forms)}}}}}};
+    ordered_json anyOne = ordered_json::array();
+    for (const ordered_json* entry : entries) anyOne.push_back(paramsCondition(*entry));
+    ordered_json dispatch = withParams({{"anyOf", std::move(anyOne)}});
     for (auto it = entries.rbegin(); it != entries.rend(); ++it) {
-        dispatch = {
-                {"if", shapeCondition(**it)}, {"then", ref(**it)}, {"else", std::move(dispatch)}};
+        dispatch = {{"if", withParams(paramsCondition(**it))},
+                    {"then", ref(**it)},
+                    {"else", std::move(dispatch)}};
     }
     return dispatch;
 }
