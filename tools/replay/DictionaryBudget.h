@@ -26,7 +26,7 @@
 
 namespace vistel_replay {
 
-constexpr long long kSecondsPerDay = 24 * 3600;
+constexpr long long kSecondsPerDay = 24LL * 3600;
 
 // The budget of the source whose limit (an entry of a dictionary entry's "limits") is `limit`;
 // `day` may be null.

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "Dictionary.h"
+#include "DictionaryBudget.h"
 #include "EventSchema.h"
 #include "KindRegistry.h"
 
@@ -292,7 +293,8 @@ void writeBudget(const Dictionary& dictionary, std::ostream& out) {
     out << "\n## Daily budget\n\n"
            "How many events a device sends in a day, per source, from the quiet periods found "
            "above.\nA limited source lets one record of a key through per period: at most "
-           "86400 / period\n(rounded up) records of each key in any 24 hours, each sending the "
+        << kSecondsPerDay
+        << " / period\n(rounded up) records of each key in any 24 hours, each sending the "
            "events its *sent*\nsays. A key is the kind itself or the distinct values of the "
            "fields in scope. A source\nnothing limits sends every record.\n\n"
            "The limiter keeps its state in the camera process's memory, nothing on disk: when the "
