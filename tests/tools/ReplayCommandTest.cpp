@@ -285,6 +285,19 @@ TEST(ReplayCommandTest, CommandLines) {
              kExitUsage,
              "",
              "vistel-replay: --list and --describe cannot be combined\n"},
+            // The event stream is the events alone.
+            {{"--events", "--json", scenario},
+             kExitUsage,
+             "",
+             "vistel-replay: --events writes the events alone; --json shapes a report\n"},
+            {{"--dump", "--events", scenario},
+             kExitUsage,
+             "",
+             "vistel-replay: --events writes the events alone; --dump shapes a report\n"},
+            {{"--events", "--dictionary"},
+             kExitUsage,
+             "",
+             "vistel-replay: --events applies to a replay, not to --dictionary\n"},
             {{"--help", "--list", "--dump"}, kExitOk, "usage: vistel-replay", ""},
             {{"--help"}, kExitOk, "usage: vistel-replay", ""},
             {{"--list"}, kExitOk, "kind  name / handler", ""},
@@ -292,7 +305,7 @@ TEST(ReplayCommandTest, CommandLines) {
             {{"--list", "--json"},
              kExitOk,
              R"({"kind":0,"name":"MemLeak","handler":"sendEventMemLeak","record":"vistelMemLeak",)"
-             R"("body":"vistelMemLeak","service":"vistel","events":"918000000","limit":)"
+             R"("body":"vistelMemLeak","service":"vistel","events":[{"id":918000000}],"limit":)"
              R"({"policy":"limitEventMemLeak","periodSeconds":3600,"per":"name"},"results":)"
              R"({"sent":0,"limited":0,"not-initialised":-1,"failed":-1}})"
              "\n",
@@ -302,7 +315,7 @@ TEST(ReplayCommandTest, CommandLines) {
              R"({"kind":18,"name":"AlgoProcessTimeoutDumpSystrace",)"
              R"("handler":"SendEventAlgoProcessTimeoutDumpSystrace",)"
              R"("record":"vistelAlgoProcessTimeoutDumpSystrace","body":"vistelAlgoProcessTimeout",)"
-             R"("service":"none","events":"-","limit":null,"results":{"no-event":0},"fields":[)"
+             R"("service":"none","events":[],"limit":null,"results":{"no-event":0},"fields":[)"
              R"({"name":"name","type":"char[64]"},)",
              ""},
             {{"--describe", "dumpTrace"},
@@ -318,7 +331,8 @@ TEST(ReplayCommandTest, CommandLines) {
              ""},
             {{"--json", scenario},
              kExitOk,
-             R"({"summary":{"records":0,"sent":0,"limited":0,"no-event":0,"not-initialised":0,)"
+             R"({"type":"summary","summary":{"records":0,"sent":0,"limited":0,"no-event":0,)"
+             R"("not-initialised":0,)"
              R"("failed":0,"shed":0,"events":0,"kinds":[]}})",
              ""},
     };
@@ -526,6 +540,22 @@ TEST(ReplayCommandTest, RepeatedStepsCountEveryRecord) {
     EXPECT_EQ(objects[2].at("spacing"), 3600);
     EXPECT_EQ(paced.at("sent"), 3);
     EXPECT_EQ(outcomeSum(paced), 3);
+    // Each record's events, with its number and time: the one the loop let through, one for
+    // each record of the burst, one for each paced record, an hour apart.
+    using Origin = std::pair<int, double>;  // record, at
+    const std::tuple<size_t, size_t, Origin, Origin> kEventOrigins[] = {
+            {0, 1, {1, 0}, {1, 0}}, {1, 50, {1, 10}, {50, 10}}, {2, 3, {1, 20}, {3, 7220}}};
+    for (const auto& [line, count, first, last] : kEventOrigins) {
+        SCOPED_TRACE("step " + std::to_string(line + 1));
+        EXPECT_EQ(objects[line].at("type"), "repeated step");
+        std::vector<Origin> origins;
+        for (const auto& event : objects[line].at("events")) {
+            origins.emplace_back(event.at("record"), event.at("at"));
+        }
+        ASSERT_EQ(origins.size(), count);
+        EXPECT_EQ(origins.front(), first);
+        EXPECT_EQ(origins.back(), last);
+    }
 
     const nlohmann::json& summary = objects[3].at("summary");
     EXPECT_EQ(summary.at("records"), 5053);
@@ -543,6 +573,40 @@ TEST(ReplayCommandTest, RepeatedStepsCountEveryRecord) {
               std::string::npos)
             << text;
     remove(path.c_str());
+}
+
+// The event stream is every event of the --json report, in its order, each behind its record's
+// time, its step, its record's number in a repeated step and its kind: nothing left out, nothing
+// moved, whatever the steps' outcomes.
+TEST(ReplayCommandTest, EventStreamIsEveryStepsEvents) {
+    const std::string repeated = writeScenario(R"([
+        {"at": 0, "kind": "FrameDrop", "groups": [{}, {}], "repeat": 3},
+        {"at": 5, "kind": "DumpTrace", "traceName": "Preview", "repeat": 3, "spacing": 180},
+        {"at": 900, "kind": "MemLeak", "name": "Once"}])");
+    const std::pair<std::string, size_t> kScenarios[] = {{VISTEL_CAMERA_DAY, 37}, {repeated, 5}};
+    for (const auto& [scenario, count] : kScenarios) {
+        SCOPED_TRACE(scenario);
+        const ToolRun report = runTool({"--json", scenario});
+        const ToolRun stream = runTool({"--events", scenario});
+        ASSERT_EQ(stream.status, kExitOk) << stream.err;
+        std::vector<nlohmann::json> expected;
+        for (const nlohmann::json& line : jsonLines(report.out)) {
+            if (line.at("type") == "summary") continue;
+            for (nlohmann::json event : line.at("events")) {
+                nlohmann::json origin = {{"at", event.value("at", line.at("at"))},
+                                         {"step", line.at("step")},
+                                         {"kind", line.at("kind")}};
+                if (event.contains("record")) origin["record"] = event.at("record");
+                event.erase("record");
+                event.erase("at");
+                origin.update(event);
+                expected.push_back(std::move(origin));
+            }
+        }
+        EXPECT_EQ(jsonLines(stream.out), expected);
+        EXPECT_EQ(expected.size(), count);
+    }
+    remove(repeated.c_str());
 }
 
 // The identifiers of `params`' nested events, at any depth; `untyped` collects every parameter
@@ -612,22 +676,57 @@ TEST(ReplayCommandTest, DictionaryCoversEveryKindsEventsAndLimits) {
         EXPECT_EQ(asTableText(limitOf.at(info.kind)), vistel_tools::describeLimit(info.limit))
                 << info.name;
     }
-    for (const vistel_tools::KindInfo& info : vistel_tools::kinds()) {
+    // The identifiers --list --json gives each kind, nested ones included.
+    std::istringstream list(runTool({"--list", "--json"}).out);
+    for (std::string line; std::getline(list, line);) {
+        const nlohmann::json kind = nlohmann::json::parse(line);
         std::set<long> expected;
-        const std::string events = info.events;
-        if (info.service == vistel_tools::Service::kJankPrint) {
-            expected.insert(std::stol(events.substr(events.find("id ") + 3)));  // "type 3, id 474"
-        } else {
-            // "918009013 [918009012 [918009010]]", "918009009 [918009008] per 60 entries", "-".
-            std::istringstream words(events);
-            for (std::string word; words >> word;) {
-                word.erase(0, word.find_first_not_of('['));
-                if (word.size() >= 9 && isdigit(static_cast<unsigned char>(word[0]))) {
-                    expected.insert(std::stol(word));
-                }
+        std::vector<nlohmann::json> events(kind.at("events").begin(), kind.at("events").end());
+        while (!events.empty()) {
+            const nlohmann::json event = events.back();
+            events.pop_back();
+            expected.insert(event.at("id").get<long>());
+            for (const auto& nested : event.value("nested", nlohmann::json::array())) {
+                events.push_back(nested);
             }
         }
-        EXPECT_EQ(sentBy[info.kind], expected) << info.name;
+        EXPECT_EQ(sentBy[kind.at("kind")], expected) << kind.at("name");
+    }
+}
+
+// A day of one record a minute sends what the dictionary's budget says a key can in a day: its
+// records a day (every one, where nothing limits them) times the events each sends. A budget
+// counted from the wrong period, rounded the wrong way or blind to a record's groups fails here.
+TEST(ReplayCommandTest, BudgetIsWhatADayOfRecordsSends) {
+    const ToolRun dictionary = runTool({"--dictionary", "--json"});
+    ASSERT_EQ(dictionary.status, kExitOk) << dictionary.err;
+    std::map<uint32_t, nlohmann::json> recordsPerDay;
+    for (const nlohmann::json& entry : jsonLines(dictionary.out)) {
+        for (const auto& budget : entry.at("budget")) {
+            if (budget.contains("kind")) recordsPerDay[budget["kind"]] = budget["recordsPerDay"];
+        }
+    }
+    constexpr int kMinutesPerDay = 24 * 60;
+    const std::tuple<uint32_t, const char*, int> kDays[] = {
+            // kind, the record's fields, events a record sends
+            {0, R"("name": "FeatureNode")", 1},
+            {23, R"("perfDetail": [{}])", 1},
+            {26, R"("traceName": "Preview")", 1},
+            {27, R"("groups": [{}, {}])", 2},
+            {13, R"("iso": 100)", 1},
+    };
+    for (const auto& [kind, fields, eventsPerRecord] : kDays) {
+        SCOPED_TRACE(vistel_tools::kinds()[kind].name);
+        const std::string path = writeScenario(
+                R"([{"at": 0, "kind": )" + std::to_string(kind) + ", " + fields +
+                R"(, "repeat": )" + std::to_string(kMinutesPerDay) + R"(, "spacing": 60}])");
+        const ToolRun day = runTool({"--json", path});
+        ASSERT_EQ(day.status, kExitOk) << day.err;
+        const nlohmann::json& budget = recordsPerDay.at(kind);
+        const int records = budget.is_number() ? budget.get<int>() : kMinutesPerDay;
+        EXPECT_EQ(jsonLines(day.out).at(0).at("outcomes").at("events"), records * eventsPerRecord)
+                << budget;
+        remove(path.c_str());
     }
 }
 

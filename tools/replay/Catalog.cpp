@@ -48,14 +48,52 @@ nlohmann::ordered_json fieldsJson(const StructLayout& layout) {
     return fields;
 }
 
+// The identifiers of "918009013 [918009012 [918009010]]" from `at` to the end or the closing
+// bracket, each with the events nested in it.
+nlohmann::ordered_json eventIds(const std::string& text, size_t& at) {
+    nlohmann::ordered_json events = nlohmann::ordered_json::array();
+    while (at < text.size() && text[at] != ']') {
+        const size_t end = std::min(text.find_first_not_of("0123456789", at), text.size());
+        nlohmann::ordered_json event = {{"id", std::stoll(text.substr(at, end - at))}};
+        at = end;
+        if (text.compare(at, 2, " [") == 0) {
+            at += 2;
+            event["nested"] = eventIds(text, at);
+            ++at;  // the closing bracket
+        }
+        events.push_back(std::move(event));
+        if (at < text.size() && text[at] == ' ') ++at;
+    }
+    return events;
+}
+
+// The kind table's events as data: "918009009 [918009008] per node" is
+// [{"id": 918009009, "nested": [{"id": 918009008}], "per": "node"}], "... per 60 entries" has
+// "per": "entries" and "batch": 60, the jank print's "type 3, id 474" is
+// [{"type": 3, "id": 474}], and "-" none.
+nlohmann::ordered_json eventsJson(const std::string& events) {
+    if (events == "-") return nlohmann::ordered_json::array();
+    const size_t id = events.find("id ");
+    if (events.rfind("type ", 0) == 0 && id != std::string::npos) {
+        return {{{"type", std::stoi(events.substr(5))}, {"id", std::stoll(events.substr(id + 3))}}};
+    }
+    const size_t per = events.find(" per ");
+    size_t at = 0;
+    nlohmann::ordered_json parsed = eventIds(events.substr(0, per), at);
+    if (per != std::string::npos) {
+        std::string unit = events.substr(per + 5);
+        const size_t space = unit.find(' ');
+        if (space != std::string::npos) {
+            parsed.back()["batch"] = std::stoi(unit.substr(0, space));
+            unit = unit.substr(space + 1);
+        }
+        parsed.back()["per"] = unit;
+    }
+    return parsed;
+}
+
 // What --list says of a kind, as JSON.
 nlohmann::ordered_json kindJson(const KindInfo& kind) {
-    nlohmann::ordered_json limit = nullptr;
-    if (kind.limit.policy != nullptr) {
-        limit = {{"policy", kind.limit.policy},
-                 {"periodSeconds", kind.limit.periodSeconds},
-                 {"per", kind.limit.scope}};
-    }
     nlohmann::ordered_json results = nlohmann::ordered_json::object();
     for (size_t i = 0; i < kind.results.size(); ++i) {
         if (kind.results[i] == vistel_tools::kNoResult) continue;
@@ -67,8 +105,8 @@ nlohmann::ordered_json kindJson(const KindInfo& kind) {
             {"record", kind.recordType},
             {"body", kind.layout().name},
             {"service", vistel_tools::serviceName(kind.service)},
-            {"events", kind.events},
-            {"limit", std::move(limit)},
+            {"events", eventsJson(kind.events)},
+            {"limit", limitJson(kind.limit)},
             {"results", std::move(results)}};
 }
 
@@ -79,6 +117,11 @@ nlohmann::ordered_json exampleStep(const KindInfo& kind) {
 }
 
 }  // namespace
+
+nlohmann::ordered_json limitJson(const vistel_tools::LimitPolicy& limit) {
+    if (limit.policy == nullptr) return nullptr;
+    return {{"policy", limit.policy}, {"periodSeconds", limit.periodSeconds}, {"per", limit.scope}};
+}
 
 void printKindList(std::ostream& out, bool json) {
     if (json) {

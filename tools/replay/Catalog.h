@@ -2,11 +2,15 @@
 // as text or as JSON (one object per kind).
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <ostream>
 
 #include "KindRegistry.h"
 
 namespace vistel_replay {
+
+// A kind's limit as data: {"policy": ..., "periodSeconds": ..., "per": ...}, or null for none.
+nlohmann::ordered_json limitJson(const vistel_tools::LimitPolicy& limit);
 
 // The 32 kinds: number, name, handler, service, event identifiers, limit policy and what the
 // future yields for each outcome. JSON: one object per line.

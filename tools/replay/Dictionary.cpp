@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "DictionaryBudget.h"
 #include "DictionaryLimits.h"
 #include "DictionaryMatch.h"
 #include "EventSchema.h"
@@ -171,10 +172,6 @@ std::optional<std::vector<ordered_json>> describeSource(const EventSource& sourc
 
 // ---- Shapes that share an identifier ----------------------------------------------------------
 
-std::string labelOf(const ordered_json& param) {
-    return param.contains("index") ? "#" + param["index"].dump() : param["key"].get<std::string>();
-}
-
 // How `shape` stands out among `others`, the other wire shapes of its identifier: its
 // parameter count, a key none of the others has, or the form of one parameter.
 ordered_json tellApart(const ordered_json& shape, const std::vector<const ordered_json*>& others) {
@@ -293,8 +290,9 @@ ordered_json entryOf(const ordered_json& shape, const ordered_json& kinds, const
 
 }  // namespace
 
-Dictionary deriveDictionary() {
+Dictionary deriveDictionary(const Scenario* day, const std::string& dayName) {
     Dictionary dictionary;
+    dictionary.day = day == nullptr ? "" : dayName;
     std::vector<EventSource> sources;
     for (const KindInfo& kind : vistel_tools::kinds()) sources.push_back({&kind});
     sources.push_back(directBootMsgSource());
@@ -331,7 +329,12 @@ Dictionary deriveDictionary() {
         return !x.is_null() && (y.is_null() || x.get<long long>() < y.get<long long>());
     });
     for (const auto& [shape, from] : shapes) {
-        dictionary.events.push_back(entryOf(shape, from.kinds, from.calls, from.limits));
+        ordered_json entry = entryOf(shape, from.kinds, from.calls, from.limits);
+        entry["budget"] = ordered_json::array();
+        for (const ordered_json& limit : from.limits) {
+            entry["budget"].push_back(deriveBudget(limit, day));
+        }
+        dictionary.events.push_back(std::move(entry));
     }
     std::vector<ShapeRef> topLevel;
     std::vector<ShapeRef> nested;
@@ -349,7 +352,7 @@ Dictionary deriveDictionary() {
     for (ordered_json& entry : dictionary.events) {
         ordered_json ordered;
         for (const char* key : {"id", "service", "schema", "kinds", "calls", "sent", "limits",
-                                "tellApart", "sourcesAlike", "unread", "params"}) {
+                                "budget", "tellApart", "sourcesAlike", "unread", "params"}) {
             if (entry.contains(key)) ordered[key] = std::move(entry[key]);
         }
         entry = std::move(ordered);

@@ -9,7 +9,7 @@
 // show what a consumer cannot count on; a second run with other sentinels tells constants from
 // coincidences; the rate limits are found on the virtual clock (DictionaryLimits.h).
 //
-//     const Dictionary dictionary = deriveDictionary();
+//     const Dictionary dictionary = deriveDictionary(&cameraDay, "examples/camera-day.json");
 //     if (dictionary.errors.empty()) printDictionaryMarkdown(dictionary, std::cout);
 #pragma once
 
@@ -17,6 +17,8 @@
 #include <ostream>
 #include <string>
 #include <vector>
+
+#include "Scenario.h"
 
 namespace vistel_replay {
 
@@ -29,7 +31,8 @@ struct Dictionary {
     //
     // "schema" names the shape's definition in the JSON Schema (eventSchema()); "calls" lists
     // sources that are not kinds ("sendBootMsg"); "limits" has one entry per kind and call (see
-    // DictionaryLimits.h). "sent" says how many a record sends: "per" is "record", "element"
+    // DictionaryLimits.h), "budget" one per kind and call too, in the same order (see
+    // DictionaryBudget.h). "sent" says how many a record sends: "per" is "record", "element"
     // (one per element of the container "of", at most "cap") or "batch" (one per "size"
     // elements of "of"); "noneWhenEmpty" lists containers with which, empty, nothing is sent.
     // "tellApart" says how a consumer tells this shape from the others of its identifier
@@ -47,11 +50,15 @@ struct Dictionary {
     // {"position": container, "from": 0}, {"joined": fields, "each": type, "count": n,
     // "in": "decimal", "separator": ","}, {"format": "...{field}..."} or {"varies": true}.
     std::vector<nlohmann::ordered_json> events;
+    // The scenario whose shape the budget's "day" figures take, as named on the command line;
+    // empty without one.
+    std::string day;
     // Why the library's behaviour could not be described; empty on success.
     std::vector<std::string> errors;
 };
 
-Dictionary deriveDictionary();
+// With `day`, the budget also says what a day of that scenario's shape can bring.
+Dictionary deriveDictionary(const Scenario* day = nullptr, const std::string& dayName = "");
 
 // One JSON object per line, keys and values separated as the objects above show.
 void printDictionaryJson(const Dictionary& dictionary, std::ostream& out);

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "Dictionary.h"
+#include "DictionaryBudget.h"
 #include "EventSchema.h"
 #include "KindRegistry.h"
 
@@ -251,6 +252,107 @@ void writeEventSection(const ordered_json& event, std::vector<std::string>& comp
     collectComputed(event["params"], id, computedLines);
 }
 
+// ---- The daily budget -------------------------------------------------------------------------
+
+// "`name`", "(`firstName`, `secondName`)", "kind": what one limit is counted for.
+std::string keyText(const ordered_json& per) {
+    if (per.empty()) return "kind";
+    std::string text;
+    for (const ordered_json& field : per) {
+        text += (text.empty() ? "" : ", ") + code(field["field"]) +
+                (field.contains("as") ? " (its bytes as text)" : "");
+    }
+    return per.size() > 1 ? "(" + text + ")" : text;
+}
+
+// What multiplies a key's records into events: its distinct keys, the elements of a container.
+std::string multipliersText(const ordered_json& limit, const ordered_json& sent) {
+    std::vector<std::string> factors;
+    if (limit["policy"].is_null()) {
+        factors.push_back(limit.contains("call") ? "calls" : "records");
+    } else if (!limit["per"].empty()) {
+        factors.push_back("distinct " + keyText(limit["per"]));
+    }
+    if (sent["per"] == "element") factors.push_back("elements of " + code(sent["of"]));
+    if (sent["per"] == "batch") {
+        factors.push_back("batches of " + sent["size"].dump() + " " + code(sent["of"]));
+    }
+    if (sent.contains("cap")) factors.back() += ", at most " + sent["cap"].dump();
+    std::string text;
+    for (const std::string& factor : factors) text += (text.empty() ? "" : " × ") + factor;
+    return text.empty() ? "nothing" : text;
+}
+
+std::string countText(const ordered_json& count) {
+    return count.is_string() ? count.get<std::string>() : count.dump();
+}
+
+// One row per source, in kind order, the direct calls last; the limited sources' worst days
+// added up.
+void writeBudget(const Dictionary& dictionary, std::ostream& out) {
+    out << "\n## Daily budget\n\n"
+           "How many events a device sends in a day, per source, from the quiet periods found "
+           "above.\nA limited source lets one record of a key through per period: at most "
+        << kSecondsPerDay
+        << " / period\n(rounded up) records of each key in any 24 hours, each sending the "
+           "events its *sent*\nsays. A key is the kind itself or the distinct values of the "
+           "fields in scope. A source\nnothing limits sends every record.\n\n"
+           "The limiter keeps its state in the camera process's memory, nothing on disk: when the "
+           "camera\nprocess restarts, every key starts afresh and its next record passes at once, "
+           "so each\nrestart can let one more record of each key through that day. The figures "
+           "are per key,\nhowever many keys the limiter holds.\n";
+    const bool withDay = !dictionary.day.empty();
+    if (withDay) {
+        out << "\nThe last columns take a day of the shape of `" << dictionary.day
+            << "`: its records of each\nsource, handed over all at once, those with the most "
+               "events first, so that one of each\nkey passes; the events those send, once "
+               "every period, are the worst such a day can bring.\n";
+    }
+    out << "\n| source | quiet period | records a day, per key | multiplied by |"
+        << (withDay ? " the day's records, let through, events | worst day |" : "") << "\n"
+        << "|---|---|---|---|" << (withDay ? "---|---|" : "") << "\n";
+    std::vector<std::pair<long long, std::string>> rows;
+    long long limitedWorst = 0;
+    int unlimited = 0;
+    for (const ordered_json& event : dictionary.events) {
+        for (size_t i = 0; i < event["limits"].size(); ++i) {
+            const ordered_json& limit = event["limits"][i];
+            const ordered_json& budget = event["budget"][i];
+            const bool limited = !limit["policy"].is_null();
+            std::string source = sourceLabel(limit);
+            if (limit.contains("kind")) {
+                const KindInfo& kind = vistel_tools::kinds()[limit["kind"].get<size_t>()];
+                source += " " + std::string(kind.name);
+            }
+            const std::string period =
+                    limited ? limit["seconds"].dump() + " s per " + keyText(limit["per"])
+                            : "never limited";
+            const std::string multiplied = event["sent"]["per"] == "never"
+                                                   ? "sends nothing"
+                                                   : multipliersText(limit, event["sent"]);
+            std::string row = "| " + source + " | " + period + " | " +
+                              countText(budget["recordsPerDay"]) + " | " + multiplied + " |";
+            if (withDay) {
+                const ordered_json& day = budget["day"];
+                row += " " + day["records"].dump() + ", " + day["letThrough"].dump() + ", " +
+                       day["events"].dump() + " | " + countText(day["worstDay"]) + " |";
+                if (day["worstDay"].is_number()) limitedWorst += day["worstDay"].get<long long>();
+            }
+            if (!limited) ++unlimited;
+            rows.emplace_back(limit.contains("kind") ? limit["kind"].get<long long>() : 1000, row);
+        }
+    }
+    std::stable_sort(rows.begin(), rows.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    for (const auto& [order, row] : rows) out << row << "\n";
+    out << "\nOf the " << rows.size() << " sources, " << unlimited << " are never limited.";
+    if (withDay) {
+        out << " A day of that shape brings at most " << limitedWorst
+            << " events\nfrom the others, and every record of those.";
+    }
+    out << "\n";
+}
+
 }  // namespace
 
 std::string sourcesText(const ordered_json& entry) {
@@ -300,6 +402,7 @@ void printDictionaryMarkdown(const Dictionary& dictionary, std::ostream& out) {
             << (event.contains("schema") ? code(event["schema"]) : "") << " | " << nestedText
             << " | " << sourcesText(event) << " |\n";
     }
+    writeBudget(dictionary, out);
     std::vector<std::string> computedLines;
     for (const ordered_json& event : dictionary.events) {
         writeEventSection(event, computedLines, out);

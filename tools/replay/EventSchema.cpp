@@ -16,6 +16,15 @@ namespace {
 
 using nlohmann::ordered_json;
 
+constexpr char kSchemaDescription[] =
+        "Each event as the services received it: as vistel-replay --json prints it (the events "
+        "of a step) and as vistel-replay --events writes it, with where it came from (at, step, "
+        "record, kind); see the event dictionary (docs/events.md), generated with this file. One "
+        "definition per shape, and every event satisfies exactly one: its service and id, and "
+        "for an id sent in several shapes its wire form, pick the definition it is checked "
+        "against, so a validator names the first wrong member. The rate limits live in the "
+        "camera process's memory and start afresh when that process restarts.";
+
 constexpr char kUnsigned[] = "(0|[1-9][0-9]*)";
 constexpr char kSigned[] = "(0|-?[1-9][0-9]*)";
 
@@ -144,6 +153,11 @@ ordered_json objectOf(ordered_json properties, const std::string& optional = "")
             {"additionalProperties", false}};
 }
 
+// The member that names a named parameter on the wire: the Vistel service's "name", Ovrix's "key".
+std::string labelMember(const std::string& service) {
+    return service == "vistel" ? "name" : "key";
+}
+
 ordered_json paramSchema(const ordered_json& param, const std::string& service,
                          ordered_json* defs) {
     const ordered_json value = valueSchema(param, defs);
@@ -161,7 +175,7 @@ ordered_json paramSchema(const ordered_json& param, const std::string& service,
                                      ? ordered_json{{"type", "string"},
                                                     {"pattern", param["keyPattern"]}}
                                      : ordered_json{{"const", param["key"]}};
-    return objectOf({{service == "vistel" ? "name" : "key", key},
+    return objectOf({{labelMember(service), key},
                      {"type", {{"const", receivedType(param, service)}}},
                      {"value", value}});
 }
@@ -181,6 +195,10 @@ void collectParents(const ordered_json& params, const std::string& parent,
 }
 
 }  // namespace
+
+std::string labelOf(const ordered_json& param) {
+    return param.contains("index") ? "#" + param["index"].dump() : param["key"].get<std::string>();
+}
 
 std::string escapeRegex(const std::string& text) {
     std::string escaped;
@@ -218,11 +236,84 @@ ordered_json shapeSchema(const ordered_json& shape, ordered_json* defs) {
     return objectOf(std::move(properties));
 }
 
+namespace {
+
+// What vistel-replay --events adds to each event it writes: where in the scenario it came from.
+// Optional, so that an event as a service received it is valid too.
+ordered_json streamAnnotations() {
+    return {{"at", {{"type", "number"}, {"minimum", 0}}},
+            {"step", {{"type", "integer"}, {"minimum", 1}}},
+            {"record", {{"type", "integer"}, {"minimum", 1}}},
+            {"kind",
+             {{"type", "integer"}, {"minimum", 0}, {"maximum", orv::kVistelEventCount - 1}}}};
+}
+
+// Params that hold, somewhere, one labelled `label` ("#3", "THERMALLEVEL").
+ordered_json holdsParam(const std::string& label, const std::string& service) {
+    const ordered_json match =
+            label[0] == '#' ? ordered_json{{"index", {{"const", std::stol(label.substr(1))}}}}
+                            : ordered_json{{labelMember(service), {{"const", label}}}};
+    ordered_json required = ordered_json::array();
+    for (auto it = match.begin(); it != match.end(); ++it) required.push_back(it.key());
+    return {{"contains", {{"properties", match}, {"required", required}}}};
+}
+
+// What an event's params must be for it to be taken as of `entry`'s shape rather than another of
+// its identifier's, as the dictionary's "tellApart" says the wire tells them apart; with nothing
+// to go by, the shape's params themselves.
+ordered_json paramsCondition(const ordered_json& entry) {
+    const ordered_json& tell = entry["tellApart"];
+    const std::string by = tell["by"];
+    const std::string service = entry["service"];
+    if (by == "parameter count") return {{"minItems", tell["value"]}, {"maxItems", tell["value"]}};
+    if (by == "key") return holdsParam(tell["value"], service);
+    if (by != "form") return shapeSchema(entry)["properties"]["params"];
+    // The parameter in its place has the shape's form.
+    ordered_json prefix = ordered_json::array();
+    for (const ordered_json& param : entry["params"]) {
+        if (labelOf(param) == tell["param"]) {
+            prefix.push_back(paramSchema(param, service, nullptr));
+            break;
+        }
+        prefix.push_back(true);
+    }
+    return {{"prefixItems", prefix}};
+}
+
+// Which definition an event of one identifier is checked against: the only one, or the one its
+// params point to. One whose params point to none is refused at "params", where the shapes
+// differ: the wire cannot say which shape it was meant to be.
+ordered_json dispatchOf(const std::vector<const ordered_json*>& entries) {
+    const auto ref = [](const ordered_json& entry) {
+        return ordered_json{{"$ref", "#/$defs/" + entry["schema"].get<std::string>()}};
+    };
+    const auto withParams = [](ordered_json params) {
+        return ordered_json{{"properties", {{"params", std::move(params)}}}};
+    };
+    if (entries.size() == 1) return ref(*entries[0]);
+    ordered_json anyOne = ordered_json::array();
+    for (const ordered_json* entry : entries) anyOne.push_back(paramsCondition(*entry));
+    ordered_json dispatch = withParams({{"anyOf", std::move(anyOne)}});
+    for (auto it = entries.rbegin(); it != entries.rend(); ++it) {
+        dispatch = {{"if", withParams(paramsCondition(**it))},
+                    {"then", ref(**it)},
+                    {"else", std::move(dispatch)}};
+    }
+    return dispatch;
+}
+
+// An event whose `member` is `value`.
+ordered_json whereMember(const std::string& member, const ordered_json& value) {
+    return {{"properties", {{member, {{"const", value}}}}}, {"required", {member}}};
+}
+
+}  // namespace
 
 ordered_json eventSchema(const Dictionary& dictionary) {
     ordered_json defs = ordered_json::object();
     ordered_json nestedDefs = ordered_json::object();
-    ordered_json oneOf = ordered_json::array();
+    // The entries of each service and identifier, one per wire shape, in the dictionary's order.
+    std::map<std::string, std::map<long long, std::vector<const ordered_json*>>> shapes;
     std::map<std::string, std::vector<std::string>> parents;
     for (const ordered_json& entry : dictionary.events) {
         if (entry["id"].is_null()) continue;
@@ -233,11 +324,12 @@ ordered_json eventSchema(const Dictionary& dictionary) {
                     defs[name]["description"].get<std::string>() + ", " + sourcesText(entry);
             continue;
         }
+        shapes[entry["service"]][entry["id"].get<long long>()].push_back(&entry);
         ordered_json def = {{"title", std::to_string(entry["id"].get<long long>())},
                             {"description", sourcesText(entry)}};
         def.update(shapeSchema(entry, &nestedDefs));
+        def["properties"].update(streamAnnotations());
         defs[name] = std::move(def);
-        oneOf.push_back({{"$ref", "#/$defs/" + name}});
     }
     for (auto it = nestedDefs.begin(); it != nestedDefs.end(); ++it) {
         std::string within;
@@ -249,13 +341,30 @@ ordered_json eventSchema(const Dictionary& dictionary) {
         def.update(it.value());
         defs[it.key()] = std::move(def);
     }
+    // Dispatch on the service, then on the identifier, so that a validator checks an event
+    // against the one shape it claims and names its first wrong member, not every shape's.
+    ordered_json services = ordered_json::array();
+    ordered_json dispatch = ordered_json::array();
+    for (const auto& [service, ids] : shapes) {
+        services.push_back(service);
+        ordered_json known = ordered_json::array();
+        ordered_json byId = ordered_json::array();
+        for (const auto& [id, entries] : ids) {
+            known.push_back(id);
+            byId.push_back({{"if", whereMember("id", id)}, {"then", dispatchOf(entries)}});
+        }
+        dispatch.push_back({{"if", whereMember("service", service)},
+                            {"then",
+                             {{"properties", {{"id", {{"enum", std::move(known)}}}}},
+                              {"allOf", std::move(byId)}}}});
+    }
     return {{"$schema", "https://json-schema.org/draft/2020-12/schema"},
             {"title", "Events libc_vistel sends"},
-            {"description",
-             "Each event as vistel-replay --json prints what the services received; see the "
-             "event dictionary (docs/events.md), generated with this file. One definition per "
-             "shape: every event satisfies exactly one."},
-            {"oneOf", std::move(oneOf)},
+            {"description", kSchemaDescription},
+            {"type", "object"},
+            {"properties", {{"service", {{"enum", std::move(services)}}}}},
+            {"required", {"service", "id"}},
+            {"allOf", std::move(dispatch)},
             {"$defs", std::move(defs)}};
 }
 

@@ -26,6 +26,9 @@ namespace vistel_replay {
 nlohmann::ordered_json shapeSchema(const nlohmann::ordered_json& shape,
                                    nlohmann::ordered_json* defs = nullptr);
 
+// A parameter's label in the dictionary: "#3" for a Vistel parameter by index, else its key.
+std::string labelOf(const nlohmann::ordered_json& param);
+
 // `text` as a regular expression that matches it alone.
 std::string escapeRegex(const std::string& text);
 

@@ -18,17 +18,22 @@ namespace {
 constexpr char kUsage[] =
         "usage: vistel-replay [--json | --full] [--verbose] [--dump] SCENARIO.json"
         "   (- reads stdin)\n"
+        "       vistel-replay --events SCENARIO.json\n"
         "       vistel-replay --list [--json]\n"
         "       vistel-replay --describe KIND [--json]\n"
-        "       vistel-replay --dictionary [--json | --schema]\n"
+        "       vistel-replay --dictionary [--json | --schema] [SCENARIO.json]\n"
         "\n"
         "Replays camera records through libc_vistel on a virtual clock and shows what the\n"
         "reporting services received and what became of each record: sent, limited (by the\n"
         "rate limiter), no-event, not-initialised, failed or shed.\n"
         "\n"
         "  --json          one JSON object per step, then one with the summary (and with\n"
-        "                  --dump one with the library's counters); with --list, --describe\n"
-        "                  and --dictionary, their output as JSON\n"
+        "                  --dump one with the library's counters), each with its \"type\";\n"
+        "                  with --list, --describe and --dictionary, their output as JSON\n"
+        "  --events        only the events the services received, one JSON object per line\n"
+        "                  as docs/events.schema.json describes it, with the time its record\n"
+        "                  was handed over (\"at\"), its \"step\", \"record\" (of a repeated\n"
+        "                  step) and \"kind\"\n"
         "  --full          every parameter, nested events indented, each line whole (the\n"
         "                  text form; JSON always has everything)\n"
         "  --verbose       the library's own log lines with each step\n"
@@ -41,7 +46,9 @@ constexpr char kUsage[] =
         "  --dictionary    every event the library sends and every parameter, with the\n"
         "                  record field it comes from, derived by running the library\n"
         "                  (Markdown; with --json one JSON object per event, with\n"
-        "                  --schema the JSON Schema of the events as received)\n"
+        "                  --schema the JSON Schema of the events as received), with a\n"
+        "                  daily budget per source; with a scenario, what a day of its\n"
+        "                  shape can bring\n"
         "\n"
         "A scenario is a JSON array of steps such as\n"
         "  {\"at\": 30, \"kind\": \"MemLeak\", \"name\": \"FeatureNode\", \"value1\": 3}\n"
@@ -68,7 +75,8 @@ struct ReportOption {
 constexpr ReportOption kReportOptions[] = {{"--json", &ReportOptions::json},
                                            {"--full", &ReportOptions::full},
                                            {"--verbose", &ReportOptions::verbose},
-                                           {"--dump", &ReportOptions::dump}};
+                                           {"--dump", &ReportOptions::dump},
+                                           {"--events", &ReportOptions::events}};
 
 struct ActionOption {
     const char* name;
@@ -88,6 +96,14 @@ std::string checkCombination(const CommandLine& command) {
     }
     if (command.schema && report.json) return "--schema and --json cannot be combined";
     if (command.action == CommandLine::Action::kReplay) {
+        if (report.events) {
+            for (const ReportOption& option : kReportOptions) {
+                if (report.*option.flag && option.flag != &ReportOptions::events) {
+                    return std::string("--events writes the events alone; ") + option.name +
+                           " shapes a report";
+                }
+            }
+        }
         return report.json && report.full
                        ? "--full shapes the text report; --json always has every parameter"
                        : "";
@@ -142,12 +158,14 @@ std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& args
                                           command.action == CommandLine::Action::kDescribe
                                   ? 1
                                   : 0;
-    if (operands.size() != wanted) {
+    // --dictionary may take the scenario whose shape its budget's day has.
+    const bool withDay = command.action == CommandLine::Action::kDictionary && operands.size() == 1;
+    if (operands.size() != wanted && !withDay) {
         err << "vistel-replay: expected " << (wanted == 1 ? "one operand" : "no operand")
             << ", got " << operands.size() << "\n";
         return std::nullopt;
     }
-    if (wanted == 1) command.operand = operands[0];
+    if (!operands.empty()) command.operand = operands[0];
     return command;
 }
 
@@ -166,8 +184,33 @@ int describe(const std::string& kindText, bool json, std::ostream& out, std::ost
     return kExitOk;
 }
 
+// The scenario file `operand` names (- for standard input), or nullopt after saying on err why
+// nothing can be replayed.
+std::optional<Scenario> readScenario(const std::string& operand, std::ostream& err) {
+    // As messages and the report name it.
+    const std::string source = operand == "-" ? "standard input" : operand;
+    std::string text;
+    const std::string unreadable = readScenarioText(operand, &text);
+    if (!unreadable.empty()) {
+        err << source << ": " << unreadable << "\n";
+        return std::nullopt;
+    }
+    Scenario scenario = parseScenario(text);
+    if (!scenario.errors.empty()) {
+        for (const std::string& error : scenario.errors) err << source << ": " << error << "\n";
+        err << source << ": nothing was replayed\n";
+        return std::nullopt;
+    }
+    return scenario;
+}
+
 int printDictionary(const CommandLine& command, std::ostream& out, std::ostream& err) {
-    const Dictionary dictionary = deriveDictionary();
+    std::optional<Scenario> day;
+    if (!command.operand.empty()) {
+        day = readScenario(command.operand, err);
+        if (!day) return kExitBadInput;
+    }
+    const Dictionary dictionary = deriveDictionary(day ? &*day : nullptr, command.operand);
     if (!dictionary.errors.empty()) {
         for (const std::string& error : dictionary.errors) {
             err << "vistel-replay: " << error << "\n";
@@ -186,26 +229,14 @@ int printDictionary(const CommandLine& command, std::ostream& out, std::ostream&
 }
 
 int replay(const CommandLine& command, std::ostream& out, std::ostream& err) {
-    // As messages and the report name it.
-    const std::string source = command.operand == "-" ? "standard input" : command.operand;
-    std::string text;
-    const std::string unreadable = readScenarioText(command.operand, &text);
-    if (!unreadable.empty()) {
-        err << source << ": " << unreadable << "\n";
-        return kExitBadInput;
-    }
-    const Scenario scenario = parseScenario(text);
-    if (!scenario.errors.empty()) {
-        for (const std::string& error : scenario.errors) err << source << ": " << error << "\n";
-        err << source << ": nothing was replayed\n";
-        return kExitBadInput;
-    }
+    const std::optional<Scenario> scenario = readScenario(command.operand, err);
+    if (!scenario) return kExitBadInput;
 
     Replayer replayer;
     std::unique_ptr<ReportWriter> writer = makeReportWriter(command.report, out);
-    writer->start(source, scenario, replayer);
+    writer->start(command.operand == "-" ? "standard input" : command.operand, *scenario, replayer);
     Summary summary;
-    for (const Step& step : scenario.steps) {
+    for (const Step& step : scenario->steps) {
         const StepReport report = replayer.run(step);
         summary.add(report);
         writer->step(report);

@@ -205,6 +205,7 @@ Observed observe(const Step& step) {
 
 // One record's result, read once everything it did has been observed.
 struct RecordRun {
+    double atSeconds;
     bool queued;
     int result;
     Observed observed;
@@ -213,10 +214,14 @@ struct RecordRun {
 void addRecord(StepReport& report, RecordRun run) {
     const Outcome outcome =
             classify(run.queued, run.result, run.observed.events.size(), run.observed.log);
-    if (report.tally.records() == 0) {
+    const int record = report.tally.records() + 1;
+    if (record == 1) {
         report.result = run.result;
         report.outcome = outcome;
         report.events = run.observed.events;
+    }
+    for (const ordered_json& event : run.observed.events) {
+        report.received.push_back({record, run.atSeconds, event});
     }
     report.tally.add(outcome, run.observed.events.size());
     for (LogLine& line : run.observed.log) report.log.push_back(std::move(line));
@@ -229,7 +234,7 @@ RecordRun runRecord(const Step& step, double atSeconds) {
     const bool queued = future.valid();
     // The handler has returned once the future is ready, so everything it sent is recorded.
     const int result = queued ? future.get() : 0;
-    return {queued, result, observe(step)};
+    return {atSeconds, queued, result, observe(step)};
 }
 
 // Every worker of the pool held in a task of its own until released: records handed over
@@ -299,11 +304,11 @@ void runBacklog(const Step& step, StepReport& report) {
     size_t observed = 0;
     for (std::future<int>& result : results) {
         if (!result.valid()) {
-            addRecord(report, {false, 0, {ordered_json::array(), {}}});
+            addRecord(report, {step.atSeconds, false, 0, {ordered_json::array(), {}}});
             continue;
         }
         const int answer = result.get();
-        addRecord(report, {true, answer, observations[observed++].get()});
+        addRecord(report, {step.atSeconds, true, answer, observations[observed++].get()});
     }
 }
 
@@ -346,7 +351,7 @@ bool Replayer::serviceLoaded() const {
 }
 
 StepReport Replayer::run(const Step& step) const {
-    StepReport report{&step, 0, Outcome::kSent, ordered_json::array(), {}, {}};
+    StepReport report{&step, 0, Outcome::kSent, ordered_json::array(), {}, {}, {}};
     if (step.repeat > 1 && step.spacingSeconds == 0) {
         runBacklog(step, report);
     } else {

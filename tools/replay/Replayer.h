@@ -32,6 +32,13 @@ struct Tally {
     void add(const Tally& other);
 };
 
+// An event the services received from one of a step's records.
+struct ReceivedEvent {
+    int record;                    // 1-based, in the order the step handed its records over
+    double atSeconds;              // when that record was handed over, from the scenario's start
+    nlohmann::ordered_json event;  // as in StepReport::events
+};
+
 struct StepReport {
     const Step* step;
     // The step's first record: the handler's result (0 when shed), its outcome, and what the
@@ -42,8 +49,9 @@ struct StepReport {
     int result;
     Outcome outcome;
     nlohmann::ordered_json events;
-    std::vector<LogLine> log;  // the library's lines while the step ran, every record's
-    Tally tally;               // every record of the step
+    std::vector<LogLine> log;             // the library's lines while the step ran, every record's
+    Tally tally;                          // every record of the step
+    std::vector<ReceivedEvent> received;  // every record's events, in the order received
 };
 
 struct Summary {

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "Catalog.h"
 #include "LibraryDump.h"
 #include "RecordJson.h"
 
@@ -34,6 +35,12 @@ ordered_json tallyJson(const Tally& tally) {
     ordered_json json = ordered_json::object();
     for (const auto& [name, count] : tallyColumns(tally)) json[name] = count;
     return json;
+}
+
+// `event` behind the members that say where it came from ("at", "step", ...).
+ordered_json withOrigin(ordered_json origin, const ordered_json& event) {
+    origin.update(event);
+    return origin;
 }
 
 std::string dumpValue(const ordered_json& value) {
@@ -354,21 +361,32 @@ class JsonReportWriter : public ReportWriter {
 
     void start(const std::string&, const Scenario&, const Replayer&) override {}
 
-    // One record: its result, outcome and events. A repeated step: how many records, how far
-    // apart, and the tally of their outcomes.
+    // One record: its result, outcome (with the limit that dropped it) and events. A repeated
+    // step: how many records, how far apart, the tally of their outcomes and every record's
+    // events, each with its record's number and time.
     void step(const StepReport& report) override {
         const Step& step = *report.step;
-        ordered_json line = {{"step", step.number},
+        const bool repeated = step.repeat > 1;
+        ordered_json line = {{"type", repeated ? "repeated step" : "step"},
+                             {"step", step.number},
                              {"at", secondsJson(step.atSeconds)},
                              {"kind", step.kind->kind},
                              {"name", step.kind->name}};
-        if (step.repeat > 1) {
+        if (repeated) {
             line["repeat"] = step.repeat;
             line["spacing"] = secondsJson(step.spacingSeconds);
             line["outcomes"] = tallyJson(report.tally);
+            ordered_json events = ordered_json::array();
+            for (const ReceivedEvent& received : report.received) {
+                events.push_back(withOrigin(
+                        {{"record", received.record}, {"at", secondsJson(received.atSeconds)}},
+                        received.event));
+            }
+            line["events"] = std::move(events);
         } else {
             line["result"] = report.result;
             line["outcome"] = outcomeName(report.outcome);
+            if (report.outcome == Outcome::kLimited) line["limit"] = limitJson(step.kind->limit);
             line["events"] = report.events;
         }
         if (mOptions.verbose) {
@@ -394,11 +412,11 @@ class JsonReportWriter : public ReportWriter {
         }
         ordered_json total = tallyJson(summary.total);
         total["kinds"] = std::move(kinds);
-        mOut << dumpValue(ordered_json{{"summary", std::move(total)}}) << "\n";
+        mOut << dumpValue(ordered_json{{"type", "summary"}, {"summary", std::move(total)}}) << "\n";
     }
 
     void dump(const std::vector<std::string>& lines) override {
-        mOut << dumpValue(ordered_json{{"dump", dumpJson(lines)}}) << "\n";
+        mOut << dumpValue(ordered_json{{"type", "dump"}, {"dump", dumpJson(lines)}}) << "\n";
     }
 
   private:
@@ -406,9 +424,37 @@ class JsonReportWriter : public ReportWriter {
     std::ostream& mOut;
 };
 
+// ---- The event stream ---------------------------------------------------------------------
+
+// Only what the services received, one event per line, each with the time its record was handed
+// over, the step and the kind it came from: a pipeline's input, valid against the event schema.
+class EventStreamWriter : public ReportWriter {
+  public:
+    explicit EventStreamWriter(std::ostream& out) : mOut(out) {}
+
+    void start(const std::string&, const Scenario&, const Replayer&) override {}
+
+    void step(const StepReport& report) override {
+        const Step& step = *report.step;
+        for (const ReceivedEvent& received : report.received) {
+            ordered_json origin = {{"at", secondsJson(received.atSeconds)}, {"step", step.number}};
+            if (step.repeat > 1) origin["record"] = received.record;
+            origin["kind"] = step.kind->kind;
+            mOut << dumpValue(withOrigin(std::move(origin), received.event)) << "\n";
+        }
+    }
+
+    void finish(const Summary&) override {}
+    void dump(const std::vector<std::string>&) override {}
+
+  private:
+    std::ostream& mOut;
+};
+
 }  // namespace
 
 std::unique_ptr<ReportWriter> makeReportWriter(const ReportOptions& options, std::ostream& out) {
+    if (options.events) return std::make_unique<EventStreamWriter>(out);
     if (options.json) return std::make_unique<JsonReportWriter>(options, out);
     return std::make_unique<TextReportWriter>(options, out);
 }

@@ -1,4 +1,5 @@
-// The two forms of a replay's report: readable text, or one JSON object per line.
+// The three forms of a replay's report: readable text, one JSON object per line, or the stream of
+// events the services received, one per line.
 #pragma once
 
 #include <memory>
@@ -15,6 +16,7 @@ struct ReportOptions {
     bool full = false;     // text: every parameter, nested events indented (JSON always has all)
     bool verbose = false;  // the library's own log lines with each step
     bool dump = false;     // the library's own counters after the summary
+    bool events = false;   // only the events, one per line, with where each came from
 };
 
 class ReportWriter {
