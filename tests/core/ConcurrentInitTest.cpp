@@ -11,6 +11,7 @@
 #include <future>
 #include <set>
 
+#include "FakeClock.h"
 #include "LogCapture.h"
 
 namespace vistel_test {
@@ -76,6 +77,16 @@ TEST(ConcurrentInitTest, InitCalledAgainChangesNothing) {
     EXPECT_TRUE(log.withBody("enter getInstance(), getInstance successfully.").empty())
             << "bound the service again";
     EXPECT_EQ(log.withBody("Init() error: manager already built, call refused").size(), 1u);
+
+    // Refusals are said at most once a second; the next line counts those held back.
+    FakeClock::advanceSeconds(0.999);
+    manager->Init();
+    FakeClock::advanceSeconds(0.001);
+    manager->Init();
+    EXPECT_EQ(log.withBody("Init() error: manager already built, call refused (and 200 more "
+                           "refused since the last line)")
+                      .size(),
+              1u);
 }
 
 }  // namespace

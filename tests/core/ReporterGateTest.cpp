@@ -10,8 +10,10 @@
 #include <condition_variable>
 #include <functional>
 #include <future>
+#include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace vistel_test {
 namespace {
@@ -218,6 +220,26 @@ TEST_F(ReporterGateTest, CloseDoesNotWaitForItsOwnThreadsPasses) {
     EXPECT_TRUE(gate.close(kForever));
 }
 
+// More passes at once than there are slots: those beyond are counted without a thread, and
+// close() waits for them like any other.
+TEST_F(ReporterGateTest, PassesBeyondTheSlotsAreWaitedFor) {
+    constexpr int kSlots = 64;
+    Gate gate;
+    gate.open();
+    Signal holding, release;
+    std::thread holder([&] {
+        std::vector<std::unique_ptr<Gate::Pass>> passes;
+        for (int i = 0; i <= kSlots; ++i) passes.push_back(std::make_unique<Gate::Pass>(gate));
+        passes.erase(passes.begin(), passes.begin() + kSlots);  // the one left holds no slot
+        holding.raise();
+        release.wait();
+    });
+    holding.wait();
+    EXPECT_FALSE(gate.close(10ms));
+    release.raise();
+    holder.join();
+}
+
 // In a forked child only the forking thread exists: the passes other threads of the parent
 // held are not waited for there, the forking thread's own still count as its own.
 TEST_F(ReporterGateTest, AfterForkOnlyTheForkingThreadsPassesCount) {
@@ -233,7 +255,8 @@ TEST_F(ReporterGateTest, AfterForkOnlyTheForkingThreadsPassesCount) {
     {
         Gate::Pass own(gate);
         gate.resetAfterFork();  // as the child's fork handler does
-        EXPECT_TRUE(gate.close(kForever));
+        EXPECT_TRUE(gate.close(std::chrono::duration_cast<std::chrono::milliseconds>(kLost)))
+                << "waited for the parent's pass";
     }
     release.raise();
     other.join();

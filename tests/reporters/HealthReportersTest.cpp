@@ -1,5 +1,7 @@
 // The reporters that go to the system event and logging services, end to end from the manager:
 // memory, temperature, boot, trace and video performance reports.
+#include <LibraryDump.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstdint>
@@ -13,6 +15,11 @@ namespace {
 
 using namespace orv;
 using HealthReportersTest = ReporterTest;
+
+// The row of `kind` in the library's dump.
+vistel_tools::DumpRow dumpRow(VistelEvent kind) {
+    return vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines()).kinds.at(kind);
+}
 
 // One process's figures, each distinct (base + 1 to base + 7) so that a figure put under another
 // key shows; the reserved word is never reported.
@@ -262,6 +269,23 @@ TEST_F(HealthReportersTest, VideoPerfOneEventPerGroup) {
         EXPECT_EQ(reportedTexts(), c.reports);
         EXPECT_EQ(managerLines(mLog, false), c.lines);
     }
+}
+
+// A service that takes one event of a record and refuses the next: the record failed, whatever
+// it took before, and the events it took are still counted. The reporter goes on (a lost report
+// is not retried) and answers 0.
+TEST_F(HealthReportersTest, ARecordWhoseSecondEventIsRefusedFailed) {
+    auto drop = std::make_shared<vistelFrameDrop>();
+    drop->groups = {group(1, 2), group(2, 12), group(3, 0)};
+    const vistel_tools::DumpRow before = dumpRow(kEventFrameDrop);
+    ovrixhost::refuseReport(2);
+    EXPECT_EQ(report(drop), 0);
+    EXPECT_EQ(reportedTexts(), (Strings{groupText(1, 2), groupText(3, 0)}));
+    const vistel_tools::DumpRow counted = dumpRow(kEventFrameDrop) - before;
+    EXPECT_EQ(counted.records, 1u);
+    EXPECT_EQ(counted.failed, 1u);
+    EXPECT_EQ(counted.sent, 0u);
+    EXPECT_EQ(counted.events, 2u);
 }
 
 // One report per quiet period; within it a record answers -2, reports nothing and logs the drop.
