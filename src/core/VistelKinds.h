@@ -51,12 +51,12 @@
 namespace orv {
 
 struct KindInfo {
-    VistelEvent kind;
     VistelManager::HandlerMethod handler;
     const char* handlerName;  // as its log lines give it
     const char* kindName;     // as VistelRecords.h spells it after "kEvent"
-    int refusedResult;
     const void* body;  // identifies the record body the handler reads (same body, same value)
+    VistelEvent kind;
+    int refusedResult;
 };
 
 namespace kinds_detail {
@@ -73,10 +73,9 @@ constexpr const void* bodyOf() {
 
 }  // namespace kinds_detail
 
-#define VISTEL_KIND_INFO(Kind, handler, refused)    \
-    KindInfo{kEvent##Kind, &VistelManager::handler, \
-             #handler,     #Kind,                   \
-             refused,      kinds_detail::bodyOf<kEvent##Kind>()},
+#define VISTEL_KIND_INFO(Kind, handler, refused)                                             \
+    KindInfo{&VistelManager::handler, #handler, #Kind, kinds_detail::bodyOf<kEvent##Kind>(), \
+             kEvent##Kind, refused},
 inline constexpr KindInfo kKinds[] = {VISTEL_KINDS(VISTEL_KIND_INFO)};
 #undef VISTEL_KIND_INFO
 
