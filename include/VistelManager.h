@@ -139,6 +139,8 @@ class VistelManager {
     // Queues the handler of the record's kind on the worker pool. Never blocks on the work.
     VISTEL_EXPORT std::future<int> reportMsgImpl(std::shared_ptr<VistelEventBase> event);
 
+    // Run by the manager's construction, inside the first GetInstance(). Any other call changes
+    // nothing: it is refused with an error line.
     VISTEL_EXPORT void Init();
 
     // ---- Event object primitives: 0 on success, -1 on failure. ----
@@ -166,6 +168,9 @@ class VistelManager {
     }
 
     // ---- Handlers, one per kind ----
+    // Each may also be called directly, from any thread. A record whose kind has another body
+    // than the one the handler reads is refused with the handler's not-initialised result, as a
+    // null record is; nothing a reporter or the service throws reaches the caller.
     VISTEL_EXPORT int sendEventMemLeak(std::shared_ptr<VistelEventBase> event);
     VISTEL_EXPORT int sendEventMemShortage(std::shared_ptr<VistelEventBase> event);
     VISTEL_EXPORT int sendEventMemLimit(std::shared_ptr<VistelEventBase> event);
