@@ -63,6 +63,12 @@ void logRefusedEntry(const char* entry, ReporterGate::State seen, const char* wh
                   describe(seen), what, static_cast<unsigned long long>(heldBack));
 }
 
+int refuseRecord(VistelEvent kind, const char* handler, ReporterGate::State seen) {
+    counters::of(kind).addEndedRecord(counters::Outcome::kNotInitialised);
+    logRefusedEntry(handler, seen, "record dropped");
+    return kind < kVistelEventCount ? kindInfo(kind).refusedResult : -1;
+}
+
 void logForeignRecord(const char* handler, VistelEvent kind, VistelEventBase& record) {
     uint64_t heldBack = 0;
     if (!gForeignLine.due(&heldBack)) return;

@@ -64,6 +64,10 @@ void logForeignRecord(const char* handler, VistelEvent kind, VistelEventBase& re
 // Work that threw: "<entry>() error: <what()>", or "unknown exception".
 void logThrown(const char* entry, const std::exception* error);
 
+// A record refused because the manager is not there: counted not initialised in `kind`'s row,
+// said (rate-limited), and answered with the handler's refused result.
+int refuseRecord(VistelEvent kind, const char* handler, ReporterGate::State seen);
+
 // True when `record` carries the body `kind`'s handler reads.
 inline bool carriesBodyOf(VistelEvent kind, VistelEventBase& record) {
     const VistelEvent own = record.GetEventType();
@@ -75,20 +79,15 @@ inline bool carriesBodyOf(VistelEvent kind, VistelEventBase& record) {
 // record, passes the kind counters::kOutsideDispatch and a null record.
 template <typename Work>
 int enterHandler(VistelEvent kind, const char* handler, VistelEventBase* record, Work&& work) {
-    ReporterScope scope(handler, counters::of(kind));
     ReporterGate::Pass pass(reporterGate());
-    const int refused = kind < kVistelEventCount ? kindInfo(kind).refusedResult : -1;
-    if (!pass.entered()) {
-        scope.notInitialised();
-        logRefusedEntry(handler, pass.seen(), "record dropped");
-        return refused;
-    }
+    if (!pass.entered()) return refuseRecord(kind, handler, pass.seen());
+    ReporterScope scope(handler, counters::of(kind));
     try {
         // A null record goes on: every reporter refuses it with a line of its own.
         if (record != nullptr && !carriesBodyOf(kind, *record)) {
             scope.notInitialised();
             logForeignRecord(handler, kind, *record);
-            return refused;
+            return kindInfo(kind).refusedResult;
         }
         return work(scope);
 #if defined(__GLIBCXX__)

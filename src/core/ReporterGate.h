@@ -62,7 +62,7 @@ class BasicReporterGate {
       public:
         explicit Pass(BasicReporterGate& gate) : mGate(gate), mSlot(gate.enter(&mSeen)) {}
         ~Pass() {
-            if (mSeen == State::kOpen) mGate.release(mSlot);
+            if (mSeen == State::kOpen && mSlot != kNested) mGate.release(mSlot);
         }
         Pass(const Pass&) = delete;
         Pass& operator=(const Pass&) = delete;
@@ -75,7 +75,7 @@ class BasicReporterGate {
       private:
         BasicReporterGate& mGate;
         State mSeen = State::kNotOpen;
-        const int mSlot;  // the slot held, or kUntracked
+        const int mSlot;  // the slot held, kUntracked or kNested
     };
 
     // The manager is built: passes are granted from now on. Opens only a gate never opened.
@@ -120,9 +120,14 @@ class BasicReporterGate {
   private:
     static constexpr int kSlots = 64;  // the hash below picks one of 64: the top six bits
     static constexpr int kUntracked = -1;
+    static constexpr int kNested = -2;  // inside another pass of this thread: nothing to give back
 
     static_assert(sizeof(uintptr_t) == 8, "64-bit thread ids: the slot hash keeps the top bits");
-    static uintptr_t thisThread() { return static_cast<uintptr_t>(pthread_self()); }
+    // The thread's own pointer: one register read (pthread_self() would be a call into the C
+    // library), never zero, unique among live threads, and the forking thread's own in its child.
+    static uintptr_t thisThread() {
+        return reinterpret_cast<uintptr_t>(__builtin_thread_pointer());
+    }
 
     // Takes a slot for this thread (or counts an untracked pass), then checks the gate, both
     // sequentially consistent: a holder that enters either sees the gate closed, or holds its
@@ -130,9 +135,17 @@ class BasicReporterGate {
     // holds nothing.
     int enter(State* seen) {
         const uintptr_t self = thisThread();
-        int slot = kUntracked;
-        // Threads start at their own slot, spread by a multiplicative hash of their id.
+        // Threads start at their own slot, spread by a multiplicative hash of their id. Only this
+        // thread ever puts its id there, and only its own pass takes it out: finding it there
+        // means this thread is inside a pass already (a queued record's handler, a primitive a
+        // handler calls), which holds the manager for this one too, unless the gate has closed
+        // since (the destructor may have run on this very thread).
         const int first = static_cast<int>((self * 0x9E3779B97F4A7C15ULL) >> 58);
+        if (mHolders[first].load(std::memory_order_relaxed) == self) {
+            *seen = mState.load();
+            return kNested;
+        }
+        int slot = kUntracked;
         for (int i = 0; i < kSlots && slot == kUntracked; ++i) {
             const int at = (first + i) % kSlots;
             uintptr_t free = 0;

@@ -1,5 +1,5 @@
-// The count of what became of one record handed to a reporter: the record is counted when the
-// scope starts, and exactly one outcome when it ends. The reporter's door (EntryDoor.h) opens
+// The count of what became of one record handed to a reporter: the record and exactly one outcome,
+// when the scope ends. The reporter's door (EntryDoor.h) opens
 // the scope; the reporter tells it what it decided and what the services answered:
 //
 //     if (refusedNotInitialised(scope, inited, data)) return -1;  // scope.notInitialised()
@@ -20,11 +20,10 @@ namespace orv {
 class ReporterScope {
   public:
     ReporterScope(const char* reporter, counters::KindCounters& row)
-        : mReporter(reporter), mRow(row) {
-        mRow.addRecord();
-    }
+        : mReporter(reporter), mRow(row) {}
+    // The record and its outcome are counted together, so a dump taken meanwhile sees neither.
     ~ReporterScope() {
-        mRow.add(outcome());
+        mRow.addEndedRecord(outcome());
         mRow.addEvents(mEventsTaken);
     }
     ReporterScope(const ReporterScope&) = delete;

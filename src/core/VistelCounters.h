@@ -1,13 +1,13 @@
 // What became of the records since the process started, per kind, for VistelManager::dump().
 //
-// Every record handed to the library is counted once where it arrives (its reporter's
-// ReporterScope, whether queued or called directly; the dispatch wrapper for a queued record that
-// starts after the manager is gone; the camera thread for a record shed at the door, which never
-// reaches a worker) and ends in exactly one outcome, counted where it is decided. Counted apart, the
-// two must agree: records is the sum of the outcome columns once nothing is in flight. The events
-// column counts the events the services took, which is not a count of records: one frame drop record
-// sends one event per group, one boot record one per node. Work with no record behind it, sendBootMsg
-// called directly by the camera stack, has a row of its own, a call counted as a record.
+// Every record handed to the library is counted once, together with its one outcome, where it
+// ends: its reporter's ReporterScope (queued or called directly), the door that refuses it once the
+// manager is gone, its place in flight when its task never runs, or the camera thread when it is
+// shed at the door. So records is the sum of the outcome columns at any moment. The events column
+// counts the events the services took, which is not a count of records: one frame drop record
+// sends one event per group, one boot record one per node. Work with no record behind it,
+// sendBootMsg called directly by the camera stack, has a row of its own, a call counted as a
+// record.
 //
 // Relaxed atomics: every count is exact on its own, and nothing else is ordered by them. A dump
 // taken while records are in flight may see a record's outcome counted and its events not yet.
@@ -43,8 +43,7 @@ struct alignas(64) KindCounters {
     void add(Outcome outcome) {
         outcomes[static_cast<size_t>(outcome)].fetch_add(1, std::memory_order_relaxed);
     }
-    // A record that ends where it is counted, before any reporter runs it: shed at the door, or
-    // its task refused once the manager is gone.
+    // A record, with the outcome it ended in.
     void addEndedRecord(Outcome outcome) {
         addRecord();
         add(outcome);

@@ -57,12 +57,16 @@ VistelManager* managerStorage() {
     return reinterpret_cast<VistelManager*>(gLifetime->storage);
 }
 
-// Runs one queued record through its kind's handler, whose door takes the pass and counts it.
-// The record's place in flight is given back when this returns, or when the task is destroyed
-// unrun.
+// Runs one queued record through its kind's handler, whose door counts it. The manager's member is
+// called only inside a pass, so that it is not destroyed meanwhile (the handler's door takes one
+// more); a task that starts once the manager is being destroyed is refused here. The record's
+// place in flight is given back when this returns, or when the task is destroyed unrun.
 int runQueued(InFlightPlace place, std::shared_ptr<VistelEventBase> record) {
     place.reached();
-    return (managerStorage()->*kindInfo(place.kind()).handler)(std::move(record));
+    const KindInfo& kind = kindInfo(place.kind());
+    ReporterGate::Pass pass(reporterGate());
+    if (!pass.entered()) return refuseRecord(kind.kind, kind.handlerName, pass.seen());
+    return (managerStorage()->*kind.handler)(std::move(record));
 }
 
 // Gives back the manager's reference to the service library, if it holds one.

@@ -6,6 +6,7 @@
 #include <ReporterGate.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -226,18 +227,28 @@ TEST_F(ReporterGateTest, PassesBeyondTheSlotsAreWaitedFor) {
     constexpr int kSlots = 64;
     Gate gate;
     gate.open();
-    Signal holding, release;
-    std::thread holder([&] {
-        std::vector<std::unique_ptr<Gate::Pass>> passes;
-        for (int i = 0; i <= kSlots; ++i) passes.push_back(std::make_unique<Gate::Pass>(gate));
-        passes.erase(passes.begin(), passes.begin() + kSlots);  // the one left holds no slot
-        holding.raise();
-        release.wait();
+    Signal slotsHeld, releaseSlots, untrackedHeld, releaseUntracked;
+    std::atomic<int> holding{0};
+    std::vector<std::thread> slotHolders;
+    for (int i = 0; i < kSlots; ++i) {
+        slotHolders.emplace_back([&] {
+            Gate::Pass pass(gate);
+            if (++holding == kSlots) slotsHeld.raise();
+            releaseSlots.wait();
+        });
+    }
+    slotsHeld.wait();
+    std::thread untracked([&] {
+        Gate::Pass pass(gate);  // every slot is taken
+        untrackedHeld.raise();
+        releaseUntracked.wait();
     });
-    holding.wait();
+    untrackedHeld.wait();
+    releaseSlots.raise();
+    for (std::thread& thread : slotHolders) thread.join();
     EXPECT_FALSE(gate.close(10ms));
-    release.raise();
-    holder.join();
+    releaseUntracked.raise();
+    untracked.join();
 }
 
 // In a forked child only the forking thread exists: the passes other threads of the parent
