@@ -1,8 +1,8 @@
 # Entry points for newcomers and CI. Each build configuration is a CMake preset
-# (CMakePresets.json: default, asan, tsan, libcxx, arm64, each in build/<preset>); this file only
-# strings them together.
+# (CMakePresets.json: default, demo, asan, tsan, libcxx, arm64, each in build/<preset>); this file
+# only strings them together.
 #
-#   make deps        install missing Debian packages (host and arm64)
+#   make deps        install missing Debian packages (host and arm64); make test does it first
 #   make build       configure and build the host library, tools and tests (build/default)
 #   make test        everything CI checks (TEST_STAGES below), from the host suite to arm64
 #   make test-readme build README's C++ sample against an install of the host build and run it,
@@ -13,7 +13,8 @@
 #   make tidy        clang-tidy (.clang-tidy) over src/, platform/, service/ and tools/
 #   make test-abi    compare the ABI of libc_vistel.so and its records with the baseline in abi/
 #   make abi-baseline  write the baseline anew, after a deliberate change of the ABI
-#   make demo        replay a day of camera telemetry through the host build
+#   make demo        replay a day of camera telemetry: installs only the packages it needs and
+#                    builds only the library and the tool (build/demo)
 #   make bench       run the benchmarks
 #   make fuzz        run the fuzzers
 #   make clean       remove the preset build folders
@@ -25,6 +26,8 @@
 
 CMAKE ?= cmake
 PRESETS := default asan tsan libcxx arm64
+# Configured and built like the others, but with no suite of its own.
+BUILD_PRESETS := $(PRESETS) demo
 # Where the preset build folders go: the presets' own build/<preset> unless told otherwise, e.g.
 # `make test BUILD_ROOT=build/mine` on a machine shared with other engineers.
 BUILD_ROOT ?= build
@@ -65,26 +68,28 @@ FUZZ_RECORD_SECONDS = $(shell echo $$(( $(FUZZ_SECONDS) * 2 / 3 )))
 FUZZ_SCENARIO_SECONDS = $(shell echo $$(( $(FUZZ_SECONDS) - $(FUZZ_RECORD_SECONDS) )))
 FUZZ_OPTIONS := -timeout=30 -print_final_stats=1
 
-.PHONY: deps deps-host deps-arm64 build test demo bench fuzz clean
+.PHONY: deps deps-demo deps-host deps-arm64 build test demo bench fuzz clean
 .PHONY: build-fuzz test-fuzz test-valgrind test-readme tidy test-tidy test-abi abi-baseline
 .PHONY: test-schema
-.PHONY: $(addprefix configure-,$(PRESETS)) $(addprefix build-,$(PRESETS))
+.PHONY: $(addprefix configure-,$(BUILD_PRESETS)) $(addprefix build-,$(BUILD_PRESETS))
 .PHONY: $(addprefix test-,$(PRESETS))
 
 deps: deps-host deps-arm64
+deps-demo:
+	@tools/install-deps.sh demo
 deps-host:
 	@tools/install-deps.sh host
 deps-arm64:
 	@tools/install-deps.sh arm64
 
 # Configuring an existing tree again is cheap and picks up edits to the presets.
-$(addprefix configure-,$(PRESETS)): configure-%:
+$(addprefix configure-,$(BUILD_PRESETS)): configure-%:
 	$(CMAKE) --preset $* -B $(BUILD_ROOT)/$* $(CONFIGURE_FLAGS)
 # A build folder keeps the compiler it was first configured with. arm64 builds with clang and
 # libc++ now: a folder configured before that, with GCC, is configured afresh once.
 configure-arm64: CONFIGURE_FLAGS = $(if $(shell grep -s '^VISTEL_LIBCXX:INTERNAL=1$$' \
     $(BUILD_ROOT)/arm64/CMakeCache.txt),,--fresh)
-$(addprefix build-,$(PRESETS)): build-%: configure-%
+$(addprefix build-,$(BUILD_PRESETS)): build-%: configure-%
 	$(CMAKE) --build $(BUILD_ROOT)/$* --parallel $(JOBS)
 # Each suite writes its temporary files into a folder of its own, which must be empty again when
 # the suite ends (tools/check-leftovers.sh also fails on untracked files in the source tree).
@@ -97,13 +102,16 @@ $(addprefix test-,$(PRESETS)): test-%: build-%
 
 configure-default configure-asan configure-tsan configure-libcxx: deps-host
 configure-arm64: deps-arm64
+configure-demo: deps-demo
 
 build: build-default
 
 test: deps $(TEST_STAGES)
 
-demo: build-default
-	$(HOST_BIN)/tools/vistel-replay examples/camera-day.json
+# The tool and what it links, nothing of the suites: no test framework to install or build.
+demo: configure-demo
+	$(CMAKE) --build $(BUILD_ROOT)/demo --parallel $(JOBS) --target vistel-replay
+	$(BUILD_ROOT)/demo/tools/vistel-replay examples/camera-day.json
 
 bench: build-default
 	$(HOST_BIN)/bench/vistel_bench
@@ -165,4 +173,4 @@ test-valgrind: build-default
 	fi
 
 clean:
-	rm -rf $(addprefix $(BUILD_ROOT)/,$(PRESETS)) $(FUZZ_DIR)
+	rm -rf $(addprefix $(BUILD_ROOT)/,$(BUILD_PRESETS)) $(FUZZ_DIR)
