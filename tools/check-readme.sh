@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # README's examples, run: the stage of `make test` that fails when README drifts from the code.
+# README means README.md and the task pages in docs/ (docs/*.md), read in that order.
 #
 #   tools/check-readme.sh <host build folder> <temporary folder>      (make test-readme)
 #
@@ -42,6 +43,7 @@ fail() {
 # ---- README's blocks ---------------------------------------------------------------------------
 
 # Each fenced block into $blocks/<n>.<language>, numbered in README's order.
+pages=("$src/README.md" "$src"/docs/*.md)
 awk -v dir="$blocks" '
     /^```/ {
         if (file != "") { close(file); file = "" ; next }
@@ -52,7 +54,7 @@ awk -v dir="$blocks" '
         next
     }
     file != "" { print > file }
-' "$src/README.md"
+' "${pages[@]}"
 
 sample=""
 for block in "$blocks"/*.cpp "$blocks"/*.cmake; do
