@@ -10,6 +10,7 @@
 #   make test-libcxx build with clang and libc++, the device's C++ library, and run the suite
 #   make test-arm64  cross-build for arm64 (clang, libc++) and run the whole suite under qemu
 #   make test-schema check docs/events.schema.json against the events the host services receive
+#   make test-size   the stripped arm64 library's sizes against the figures docs/ states
 #   make tidy        clang-tidy (.clang-tidy) over src/, platform/, service/ and tools/
 #   make test-abi    compare the ABI of libc_vistel.so and its records with the baseline in abi/
 #   make abi-baseline  write the baseline anew, after a deliberate change of the ABI
@@ -41,7 +42,7 @@ HOST_BIN := $(BUILD_ROOT)/default
 # clang + libc++ suite, the ABI and static checks on the latter's build, then sanitizers, fuzzing
 # and the emulated arm64 suite.
 TEST_STAGES := test-default test-schema test-readme test-libcxx test-abi test-tidy test-asan \
-    test-tsan test-valgrind test-fuzz test-arm64
+    test-tsan test-valgrind test-fuzz test-arm64 test-size
 
 # Sanitized suites stop at the first report and fail the stage; LeakSanitizer runs at every
 # process exit. No suppressions: nothing third-party has needed one.
@@ -70,7 +71,7 @@ FUZZ_OPTIONS := -timeout=30 -print_final_stats=1
 
 .PHONY: deps deps-demo deps-host deps-arm64 build test demo bench fuzz clean
 .PHONY: build-fuzz test-fuzz test-valgrind test-readme tidy test-tidy test-abi abi-baseline
-.PHONY: test-schema
+.PHONY: test-schema test-size
 .PHONY: $(addprefix configure-,$(BUILD_PRESETS)) $(addprefix build-,$(BUILD_PRESETS))
 .PHONY: $(addprefix test-,$(PRESETS))
 
@@ -162,6 +163,11 @@ test-readme: build-default
 	rm -rf $(README_TMP) && mkdir -p $(README_TMP)
 	TMPDIR=$(README_TMP) tools/check-readme.sh $(HOST_BIN) $(README_TMP)
 	tools/check-leftovers.sh $(README_TMP)
+
+# The sizes docs/device-integration.md states, measured on the arm64 build (stripped with the
+# cross binutils), within the script's tolerance.
+test-size: build-arm64
+	tools/check-library-size.sh $(BUILD_ROOT)/arm64
 
 # memcheck over the demo: any error, or anything definitely lost, fails the stage.
 VALGRIND_DEMO := valgrind --tool=memcheck --error-exitcode=1 --leak-check=full \
