@@ -295,7 +295,7 @@ std::string printableText(const std::string& text) {
 }  // namespace
 
 std::string cutText(const std::string& text, size_t width) {
-    const std::string shown = printableText(text);
+    std::string shown = printableText(text);
     if (shown.size() <= width) return shown;
     constexpr size_t kMark = 3;
     size_t cut = width > kMark ? width - kMark : width;
