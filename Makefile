@@ -1,8 +1,8 @@
 # Entry points for newcomers and CI. Each build configuration is a CMake preset
-# (CMakePresets.json: default, asan, tsan, libcxx, arm64, each in build/<preset>); this file only
-# strings them together.
+# (CMakePresets.json: default, demo, asan, tsan, libcxx, arm64, each in build/<preset>); this file
+# only strings them together.
 #
-#   make deps        install missing Debian packages (host and arm64)
+#   make deps        install missing Debian packages (host and arm64); make test does it first
 #   make build       configure and build the host library, tools and tests (build/default)
 #   make test        everything CI checks (TEST_STAGES below), from the host suite to arm64
 #   make test-readme build README's C++ sample against an install of the host build and run it,
@@ -10,10 +10,12 @@
 #   make test-libcxx build with clang and libc++, the device's C++ library, and run the suite
 #   make test-arm64  cross-build for arm64 (clang, libc++) and run the whole suite under qemu
 #   make test-schema check docs/events.schema.json against the events the host services receive
+#   make test-size   the stripped arm64 library's sizes against the figures docs/ states
 #   make tidy        clang-tidy (.clang-tidy) over src/, platform/, service/ and tools/
 #   make test-abi    compare the ABI of libc_vistel.so and its records with the baseline in abi/
 #   make abi-baseline  write the baseline anew, after a deliberate change of the ABI
-#   make demo        replay a day of camera telemetry through the host build
+#   make demo        replay a day of camera telemetry: installs only the packages it needs and
+#                    builds only the library and the tool (build/demo)
 #   make bench       run the benchmarks
 #   make fuzz        run the fuzzers
 #   make clean       remove the preset build folders
@@ -25,6 +27,8 @@
 
 CMAKE ?= cmake
 PRESETS := default asan tsan libcxx arm64
+# Configured and built like the others, but with no suite of its own.
+BUILD_PRESETS := $(PRESETS) demo
 # Where the preset build folders go: the presets' own build/<preset> unless told otherwise, e.g.
 # `make test BUILD_ROOT=build/mine` on a machine shared with other engineers.
 BUILD_ROOT ?= build
@@ -38,7 +42,7 @@ HOST_BIN := $(BUILD_ROOT)/default
 # clang + libc++ suite, the ABI and static checks on the latter's build, then sanitizers, fuzzing
 # and the emulated arm64 suite.
 TEST_STAGES := test-default test-schema test-readme test-libcxx test-abi test-tidy test-asan \
-    test-tsan test-valgrind test-fuzz test-arm64
+    test-tsan test-valgrind test-fuzz test-arm64 test-size
 
 # Sanitized suites stop at the first report and fail the stage; LeakSanitizer runs at every
 # process exit. No suppressions: nothing third-party has needed one.
@@ -65,26 +69,28 @@ FUZZ_RECORD_SECONDS = $(shell echo $$(( $(FUZZ_SECONDS) * 2 / 3 )))
 FUZZ_SCENARIO_SECONDS = $(shell echo $$(( $(FUZZ_SECONDS) - $(FUZZ_RECORD_SECONDS) )))
 FUZZ_OPTIONS := -timeout=30 -print_final_stats=1
 
-.PHONY: deps deps-host deps-arm64 build test demo bench fuzz clean
+.PHONY: deps deps-demo deps-host deps-arm64 build test demo bench fuzz clean
 .PHONY: build-fuzz test-fuzz test-valgrind test-readme tidy test-tidy test-abi abi-baseline
-.PHONY: test-schema
-.PHONY: $(addprefix configure-,$(PRESETS)) $(addprefix build-,$(PRESETS))
+.PHONY: test-schema test-size
+.PHONY: $(addprefix configure-,$(BUILD_PRESETS)) $(addprefix build-,$(BUILD_PRESETS))
 .PHONY: $(addprefix test-,$(PRESETS))
 
 deps: deps-host deps-arm64
+deps-demo:
+	@tools/install-deps.sh demo
 deps-host:
 	@tools/install-deps.sh host
 deps-arm64:
 	@tools/install-deps.sh arm64
 
 # Configuring an existing tree again is cheap and picks up edits to the presets.
-$(addprefix configure-,$(PRESETS)): configure-%:
+$(addprefix configure-,$(BUILD_PRESETS)): configure-%:
 	$(CMAKE) --preset $* -B $(BUILD_ROOT)/$* $(CONFIGURE_FLAGS)
 # A build folder keeps the compiler it was first configured with. arm64 builds with clang and
 # libc++ now: a folder configured before that, with GCC, is configured afresh once.
 configure-arm64: CONFIGURE_FLAGS = $(if $(shell grep -s '^VISTEL_LIBCXX:INTERNAL=1$$' \
     $(BUILD_ROOT)/arm64/CMakeCache.txt),,--fresh)
-$(addprefix build-,$(PRESETS)): build-%: configure-%
+$(addprefix build-,$(BUILD_PRESETS)): build-%: configure-%
 	$(CMAKE) --build $(BUILD_ROOT)/$* --parallel $(JOBS)
 # Each suite writes its temporary files into a folder of its own, which must be empty again when
 # the suite ends (tools/check-leftovers.sh also fails on untracked files in the source tree).
@@ -97,13 +103,19 @@ $(addprefix test-,$(PRESETS)): test-%: build-%
 
 configure-default configure-asan configure-tsan configure-libcxx: deps-host
 configure-arm64: deps-arm64
+configure-demo: deps-demo
 
 build: build-default
 
-test: deps $(TEST_STAGES)
+# The stages in order, then a table of the seconds each took ($(STAGE_TIMES) keeps them).
+STAGE_TIMES := $(BUILD_ROOT)/test-stages.txt
+test:
+	@MAKE="$(MAKE)" tools/run-test-stages.sh $(STAGE_TIMES) deps $(TEST_STAGES)
 
-demo: build-default
-	$(HOST_BIN)/tools/vistel-replay examples/camera-day.json
+# The tool and what it links, nothing of the suites: no test framework to install or build.
+demo: configure-demo
+	$(CMAKE) --build $(BUILD_ROOT)/demo --parallel $(JOBS) --target vistel-replay
+	$(BUILD_ROOT)/demo/tools/vistel-replay examples/camera-day.json
 
 bench: build-default
 	$(HOST_BIN)/bench/vistel_bench
@@ -152,6 +164,11 @@ test-readme: build-default
 	TMPDIR=$(README_TMP) tools/check-readme.sh $(HOST_BIN) $(README_TMP)
 	tools/check-leftovers.sh $(README_TMP)
 
+# The sizes docs/device-integration.md states, measured on the arm64 build (stripped with the
+# cross binutils), within the script's tolerance.
+test-size: build-arm64
+	tools/check-library-size.sh $(BUILD_ROOT)/arm64
+
 # memcheck over the demo: any error, or anything definitely lost, fails the stage.
 VALGRIND_DEMO := valgrind --tool=memcheck --error-exitcode=1 --leak-check=full \
     --errors-for-leak-kinds=definite --show-leak-kinds=definite
@@ -165,4 +182,4 @@ test-valgrind: build-default
 	fi
 
 clean:
-	rm -rf $(addprefix $(BUILD_ROOT)/,$(PRESETS)) $(FUZZ_DIR)
+	rm -rf $(addprefix $(BUILD_ROOT)/,$(BUILD_PRESETS)) $(FUZZ_DIR)

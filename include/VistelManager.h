@@ -18,6 +18,12 @@
  *
  * Dropping the future does not cancel the report, and the record may be released right away:
  * the queued work keeps its own reference until the reporter returns.
+ *
+ * Modules that create records: a worker releases a record after its reporter returns, and the
+ * record's destructor is code of the module that made it. So a module that creates records, or
+ * declares record types of its own, links with -Wl,-z,nodelete (ldflags in Android.bp); one that
+ * must really be unloaded waits, before dlclose(), for the future of every report it made and
+ * reports nothing from its static destructors. The library never unloads itself.
  */
 #pragma once
 

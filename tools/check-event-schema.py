@@ -28,6 +28,7 @@ Temporary files go to TMPDIR and are removed.
 import copy
 import json
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -41,6 +42,8 @@ ROOT = Path(__file__).resolve().parent.parent
 SCHEMA = ROOT / "docs" / "events.schema.json"
 CAMERA_DAY = ROOT / "examples" / "camera-day.json"
 CORPUS = ROOT / "fuzz" / "corpus"
+# The page that shows this stage's report; its figures must be the stage's.
+REPORT_PAGE = ROOT / "docs" / "data-team.md"
 MAX_REPORTED = 10  # failures shown in full
 
 
@@ -257,6 +260,41 @@ def set_at(event, path, value):
     return event
 
 
+def figures_differ(shown, printed):
+    """Whether a line of REPORT_PAGE's copy of the report disagrees with the line printed. Seconds
+    are one run's and vary with the machine: not compared. A count the page gives as a range,
+    "8100-8700", is one that varies from run to run: the printed count must fall in it."""
+    seconds = re.compile(r"\(?\d+\.\d s\)?")
+    shown_tokens = seconds.sub("", shown).split()
+    printed_tokens = seconds.sub("", printed).split()
+    if len(shown_tokens) != len(printed_tokens):
+        return True
+    for want, got in zip(shown_tokens, printed_tokens):
+        bounds = re.fullmatch(r"(\d+)-(\d+)", want)
+        if bounds and got.isdigit():
+            if not int(bounds.group(1)) <= int(got) <= int(bounds.group(2)):
+                return True
+        elif want != got:
+            return True
+    return False
+
+
+def check_report_page(report, failures):
+    """REPORT_PAGE shows the report this stage prints, in a block that starts with its first
+    line and ends with the stage's verdict."""
+    lines = REPORT_PAGE.read_text().splitlines()
+    page = REPORT_PAGE.relative_to(ROOT)
+    try:
+        start = lines.index(report[0])
+    except ValueError:
+        failures.append("%s does not show this stage's report (%r)" % (page, report[0]))
+        return
+    for offset, printed in enumerate(report):
+        shown = lines[start + offset] if start + offset < len(lines) else ""
+        if figures_differ(shown, printed):
+            failures.append("%s shows %r where the stage printed %r" % (page, shown, printed))
+
+
 def main():
     if len(sys.argv) != 2:
         sys.exit(__doc__)
@@ -267,8 +305,14 @@ def main():
     hits = dict.fromkeys(schema["$defs"], 0)
     shapes = Shapes(schema, hits)
     logged_shapes = Shapes(raw_form(schema), hits)
-    print("event schema %s: %d shapes, %d of them nested events"
-          % (SCHEMA.relative_to(ROOT), len(hits), sum(len(n) for n in shapes.nested.values())))
+    report = []
+
+    def say(line):
+        print(line)
+        report.append(line)
+
+    say("event schema %s: %d shapes, %d of them nested events"
+        % (SCHEMA.relative_to(ROOT), len(hits), sum(len(n) for n in shapes.nested.values())))
 
     failures = FAILURES
     examples = {}  # top-level shape -> the first event of it, as the replay shows it
@@ -292,11 +336,11 @@ def main():
                 examples.setdefault(shape, ((), event, event))
                 for path, name, nested in shapes.nested_shapes(event):
                     examples.setdefault(name, (path, nested, event))
-        print("  %-72s %6d events valid (%.1f s)"
-              % (label, valid, time.monotonic() - source_started))
+        say("  %-72s %6d events valid (%.1f s)"
+            % (label, valid, time.monotonic() - source_started))
 
     missed = sorted(name for name, count in hits.items() if count == 0)
-    print("  every shape received: %d of %d" % (len(hits) - len(missed), len(hits)))
+    say("  every shape received: %d of %d" % (len(hits) - len(missed), len(hits)))
     for name in missed:
         failures.append("no event of the shape %s was received" % name)
 
@@ -317,8 +361,9 @@ def main():
                 failures.append("%s with its %s: the best error is %s, not at /%s"
                                 % (name, fault, where(error),
                                    "/".join(str(part) for part in member)))
-    print("  broken events refused, the best error at the broken member: %d of %d (%d shapes)"
-          % (refused, mutants, len(examples)))
+    say("  broken events refused, the best error at the broken member: %d of %d (%d shapes)"
+        % (refused, mutants, len(examples)))
+    check_report_page(report, failures)
 
     for failure in failures[:MAX_REPORTED]:
         print("FAILED " + failure, file=sys.stderr)

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # README's examples, run: the stage of `make test` that fails when README drifts from the code.
+# README means README.md and the task pages in docs/ (docs/*.md), read in that order.
 #
 #   tools/check-readme.sh <host build folder> <temporary folder>      (make test-readme)
 #
@@ -17,6 +18,8 @@
 # - The usage samples in the comments of the public headers (the indented lines of their first
 #   comment) are compiled, as are README's C++ samples: with g++ against libstdc++, the host's,
 #   and with clang against libc++, the device's.
+#
+# - The quick start's package counts must be those of tools/install-deps.sh --list.
 #
 # README's commands name the host build build/default; they run against <host build folder>.
 set -euo pipefail
@@ -42,6 +45,7 @@ fail() {
 # ---- README's blocks ---------------------------------------------------------------------------
 
 # Each fenced block into $blocks/<n>.<language>, numbered in README's order.
+pages=("$src/README.md" "$src"/docs/*.md)
 awk -v dir="$blocks" '
     /^```/ {
         if (file != "") { close(file); file = "" ; next }
@@ -52,7 +56,7 @@ awk -v dir="$blocks" '
         next
     }
     file != "" { print > file }
-' "$src/README.md"
+' "${pages[@]}"
 
 sample=""
 for block in "$blocks"/*.cpp "$blocks"/*.cmake; do
@@ -72,6 +76,19 @@ elif ! grep -qs 'find_package(libc_vistel' "$sample/CMakeLists.txt"; then
 fi
 if ! grep -qs '^\$ .*pkg-config .*libc_vistel' "$blocks"/*.console; then
     fail "README builds no sample with pkg-config"
+fi
+
+# ---- The quick start's figures -----------------------------------------------------------------
+
+# The packages each command installs on a bare machine, counted from the installer's own lists.
+demoPackages=$("$src/tools/install-deps.sh" --list demo | wc -l)
+otherPackages=$(comm -13 <("$src/tools/install-deps.sh" --list demo | sort -u) \
+    <("$src/tools/install-deps.sh" --list all | sort -u) | wc -l)
+if ! grep -q "^make demo .* installs $demoPackages Debian packages " "$src/README.md"; then
+    fail "README's quick start does not say make demo installs $demoPackages packages"
+fi
+if ! grep -q "^make test .* installs the other $otherPackages " "$src/README.md"; then
+    fail "README's quick start does not say make test installs the other $otherPackages packages"
 fi
 
 # ---- C++ samples compile on the host and with the device's C++ library -------------------------

@@ -1,9 +1,13 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build needs, and nothing when they are all there.
 #
-#   tools/install-deps.sh [host|arm64|all]     (default: all)
+#   tools/install-deps.sh [--list] [demo|host|arm64|all]     (default: all)
 #
-# host:  compilers, AOSP liblog/libutils, libsafec, GoogleTest/Benchmark and GoogleTest's sources,
+# --list prints the group's packages, one a line, and installs nothing: what a machine without
+#        any of them would get.
+# demo:  what `make demo` builds and runs with: the host compiler, CMake and Ninja, AOSP
+#        liblog/libutils, libsafec and nlohmann-json.
+# host:  the demo's packages and GoogleTest/Benchmark and GoogleTest's sources,
 #        sanitizer and fuzzer runtimes, valgrind, the Android.bp tools, libc++ (the device's C++
 #        library), clang-tidy, the ABI tools (abi-dumper, abi-compliance-checker, and ctags,
 #        with which abi-dumper finds the public headers' declarations) and the JSON Schema
@@ -19,10 +23,14 @@ set -euo pipefail
 # Where the unpacked p7zip-full:arm64 lives; cmake/toolchain-aarch64.cmake reads the same variable.
 VISTEL_ARM64_PREFIX=${VISTEL_ARM64_PREFIX:-/opt/vistel-arm64}
 
+readonly kDemoPackages=(
+    cmake ninja-build make g++ android-liblog-dev android-libutils-dev libsafec-dev
+    nlohmann-json3-dev
+)
 readonly kHostPackages=(
-    android-liblog-dev android-libutils-dev libsafec-dev nlohmann-json3-dev
+    "${kDemoPackages[@]}"
     libgtest-dev libgmock-dev googletest libbenchmark-dev
-    cmake ninja-build make pkgconf g++ clang libclang-rt-14-dev valgrind
+    pkgconf clang libclang-rt-14-dev valgrind
     blueprint-tools mini-soong
     libc++-14-dev libc++abi-14-dev clang-tidy-14
     abi-dumper abi-compliance-checker universal-ctags
@@ -125,9 +133,33 @@ unpackArm64() {
     rm -rf "$tmp"
 }
 
+# Prints the packages `main` installs for a group, one a line.
+listPackages() {
+    case $1 in
+        demo) printf '%s\n' "${kDemoPackages[@]}" ;;
+        host) printf '%s\n' "${kHostPackages[@]}" ;;
+        arm64)
+            printf '%s\n' "${kArm64Packages[@]}"
+            local pkg
+            for pkg in p7zip-full "${kArm64Libcxx[@]}"; do
+                echo "$pkg:arm64 (unpacked into $VISTEL_ARM64_PREFIX)"
+            done
+            ;;
+        all) listPackages host && listPackages arm64 ;;
+        *) return 2 ;;
+    esac
+}
+
 main() {
+    if [[ ${1:-} == --list ]]; then
+        listPackages "${2:-all}" || { echo "usage: $0 --list [demo|host|arm64|all]" >&2; exit 2; }
+        return
+    fi
     local what=${1:-all}
     case $what in
+        demo)
+            installPackages "${kDemoPackages[@]}"
+            ;;
         host)
             installPackages "${kHostPackages[@]}"
             ;;
@@ -142,7 +174,7 @@ main() {
             main arm64
             ;;
         *)
-            echo "usage: $0 [host|arm64|all]" >&2
+            echo "usage: $0 [--list] [demo|host|arm64|all]" >&2
             exit 2
             ;;
     esac

@@ -1,5 +1,6 @@
-// The field tables and the kind table against the public header they describe. The golden
-// replays fill every kind of record from JSON; these cases cover what they do not reach.
+// The field tables and the kind table against the public header they describe, and the text a
+// message shows of the input. The golden replays fill every kind of record from JSON; these cases
+// cover what they do not reach.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -84,6 +85,32 @@ TEST(RecordFieldsTest, FillKeepsFullWidthsAndPaths) {
     EXPECT_EQ(texts["perf[1].algoName"], snapshot->perf[1].algoName);
     EXPECT_STREQ(static_cast<const char*>(texts["perf[1].algoName"]), "HDR");
     EXPECT_EQ(texts["sensorname"], snapshot->sensorname);
+}
+
+// What a message shows of the input: never a byte a terminal would act on or cannot show, never
+// half a character, however the text is cut.
+TEST(RecordJsonTest, ShownTextIsPrintableAndCutBetweenCharacters) {
+    const struct {
+        std::string text;
+        size_t width;
+        std::string shown;
+    } kCases[] = {
+            {"MemLeak", 10, "MemLeak"},
+            {"Mem\xff\x1b[2J", 20, "Mem\\xFF\\x1B[2J"},
+            {"a\tb\x7f", 20, "a\\x09b\\x7F"},
+            // Overlong, surrogate and beyond U+10FFFF forms, and a sequence cut short.
+            {"\xc0\xaf \xed\xa0\x80 \xf4\x90\x80\x80 \xe2\x82", 60,
+             "\\xC0\\xAF \\xED\\xA0\\x80 \\xF4\\x90\\x80\\x80 \\xE2\\x82"},
+            {"\u00e9\u20ac\U0001F4F7", 20, "\u00e9\u20ac\U0001F4F7"},
+            // Cut: 7 bytes and "..." would end inside the third euro sign.
+            {"\u20ac\u20ac\u20ac\u20ac", 10, "\u20ac\u20ac..."},
+            {"abcdefghijkl", 10, "abcdefg..."},
+            {"abcdef", 3, "abc"},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.text);
+        EXPECT_EQ(cutText(c.text, c.width), c.shown);
+    }
 }
 
 }  // namespace

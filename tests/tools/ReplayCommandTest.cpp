@@ -67,6 +67,14 @@ TEST(ReplayCommandTest, BadScenariosAreRefusedWhole) {
     const std::string kTooDeep = R"([{"at": 0, "kind": 0, "name": )" + nested(31, "") + "}]";
     const std::pair<std::string, std::string> kScenarioErrors[] = {
             {R"({"at": 0})", "a scenario is a JSON array of steps, got object"},
+            {"", "empty: a scenario is a JSON array of steps"},
+            {" \n\t\r\n", "empty: a scenario is a JSON array of steps"},
+            // Bytes that are not UTF-8, and control characters, are shown escaped, never raw.
+            {"[{\"at\": 0, \"kind\": \"Mem\xff\x1b[2J\"}]",
+             "not valid JSON: parse error at line 1, column 24: syntax error while parsing value - "
+             "invalid string: ill-formed UTF-8 byte; last read: '\"Mem\\xFF'"},
+            {"[{\"at\": 0, \"kind\": \"\\u001b[2J\u00e9\"}]",
+             "step 1: unknown kind \"\\u001b[2J\u00e9\" (vistel-replay --list shows them)"},
             {R"([{"at": 0, "kind": 0, "value1": 1e400}])",
              "not valid JSON: number overflow parsing '1e400'"},
             {R"([{"at": 0,}])",
@@ -113,6 +121,8 @@ TEST(ReplayCommandTest, BadScenariosAreRefusedWhole) {
              R"(step 1 (MemLeak): the last of the 3 records comes after 31536000 s)"},
             {R"([{"at": 0, "kind": 0, "repeat": 3, "spacing": 5}, {"at": 9, "kind": 0}])",
              R"(step 2 (MemLeak): "at" 9 is earlier than the step before it (10))"},
+            {R"([{"at": 0, "kind": 0, "spacing": 5}])",
+             R"(step 1 (MemLeak): "spacing" without "repeat" spaces nothing)"},
             {R"([{"at": 0, "kind": 0, "repaet": 3}])",
              R"(step 1 (MemLeak): field "repaet": no such field in vistelMemLeak (did you mean "repeat"?))"},
             // Nesting is bounded: no deeper than kMaxNesting, however deep the input.
@@ -254,11 +264,51 @@ TEST(ReplayCommandTest, CommandLines) {
         std::string out;  // what stdout starts with
         std::string err;  // what stderr starts with
     } kCases[] = {
-            {{}, kExitUsage, "", "vistel-replay: expected one operand, got 0\nusage:"},
-            {{"--bad", scenario}, kExitUsage, "", "vistel-replay: unknown option --bad\nusage:"},
-            {{scenario, scenario}, kExitUsage, "", "vistel-replay: expected one operand, got 2\n"},
-            {{"--list", scenario}, kExitUsage, "", "vistel-replay: expected no operand, got 1\n"},
-            {{"--describe"}, kExitUsage, "", "vistel-replay: expected one operand, got 0\n"},
+            // A usage error is one line, whole, without the usage.
+            {{},
+             kExitUsage,
+             "",
+             "vistel-replay: expected one operand, got 0; try vistel-replay --help\n"},
+            {{"--bad", scenario},
+             kExitUsage,
+             "",
+             "vistel-replay: unknown option --bad; try vistel-replay --help\n"},
+            {{"--jsno", scenario},
+             kExitUsage,
+             "",
+             "vistel-replay: unknown option --jsno (did you mean --json?); try vistel-replay "
+             "--help\n"},
+            {{"--dictionary", "--shcema"},
+             kExitUsage,
+             "",
+             "vistel-replay: unknown option --shcema (did you mean --schema?); try vistel-replay "
+             "--help\n"},
+            {{"--verison"},
+             kExitUsage,
+             "",
+             "vistel-replay: unknown option --verison (did you mean --version?); try vistel-replay "
+             "--help\n"},
+            {{"--\xff\x1b[2J"},
+             kExitUsage,
+             "",
+             "vistel-replay: unknown option --\\xFF\\x1B[2J; try vistel-replay --help\n"},
+            {{"--version"}, kExitOk, "vistel-replay " VISTEL_VERSION "\n", ""},
+            {{"--version", "--list"},
+             kExitUsage,
+             "",
+             "vistel-replay: --version and --list cannot be combined; try vistel-replay --help\n"},
+            {{scenario, scenario},
+             kExitUsage,
+             "",
+             "vistel-replay: expected one operand, got 2; try vistel-replay --help\n"},
+            {{"--list", scenario},
+             kExitUsage,
+             "",
+             "vistel-replay: expected no operand, got 1; try vistel-replay --help\n"},
+            {{"--describe"},
+             kExitUsage,
+             "",
+             "vistel-replay: expected one operand, got 0; try vistel-replay --help\n"},
             {{"--describe", "sendeventmemleak"},
              kExitUsage,
              "",
@@ -268,36 +318,43 @@ TEST(ReplayCommandTest, CommandLines) {
             {{"--dump", "--dictionary"},
              kExitUsage,
              "",
-             "vistel-replay: --dump applies to a replay, not to --dictionary\nusage:"},
+             "vistel-replay: --dump applies to a replay, not to --dictionary; try vistel-replay "
+             "--help\n"},
             {{"--full", "--list"},
              kExitUsage,
              "",
-             "vistel-replay: --full applies to a replay, not to --list\nusage:"},
+             "vistel-replay: --full applies to a replay, not to --list; try vistel-replay "
+             "--help\n"},
             {{"--verbose", "--describe", "0"},
              kExitUsage,
              "",
-             "vistel-replay: --verbose applies to a replay, not to --describe\n"},
+             "vistel-replay: --verbose applies to a replay, not to --describe; try vistel-replay "
+             "--help\n"},
             {{"--json", "--full", scenario},
              kExitUsage,
              "",
-             "vistel-replay: --full shapes the text report; --json always has every parameter\n"},
+             "vistel-replay: --full shapes the text report; --json always has every parameter; try "
+             "vistel-replay --help\n"},
             {{"--list", "--describe", "0"},
              kExitUsage,
              "",
-             "vistel-replay: --list and --describe cannot be combined\n"},
+             "vistel-replay: --list and --describe cannot be combined; try vistel-replay --help\n"},
             // The event stream is the events alone.
             {{"--events", "--json", scenario},
              kExitUsage,
              "",
-             "vistel-replay: --events writes the events alone; --json shapes a report\n"},
+             "vistel-replay: --events writes the events alone; --json shapes a report; try "
+             "vistel-replay --help\n"},
             {{"--dump", "--events", scenario},
              kExitUsage,
              "",
-             "vistel-replay: --events writes the events alone; --dump shapes a report\n"},
+             "vistel-replay: --events writes the events alone; --dump shapes a report; try "
+             "vistel-replay --help\n"},
             {{"--events", "--dictionary"},
              kExitUsage,
              "",
-             "vistel-replay: --events applies to a replay, not to --dictionary\n"},
+             "vistel-replay: --events applies to a replay, not to --dictionary; try vistel-replay "
+             "--help\n"},
             {{"--help", "--list", "--dump"}, kExitOk, "usage: vistel-replay", ""},
             {{"--help"}, kExitOk, "usage: vistel-replay", ""},
             {{"--list"}, kExitOk, "kind  name / handler", ""},
@@ -471,8 +528,9 @@ TEST(KindResultsTest, EveryKindAnswersAsTheKindTableSays) {
 // The text report's clock rounds to the millisecond; one that cut the fraction instead would read
 // 00:00:01 and 00:00:01.999 for the first two steps.
 TEST(ReplayCommandTest, StepTimesReadRoundedToTheMillisecond) {
-    const std::pair<const char*, const char*> kTimes[] = {
-            {"1.001", "00:00:01.001 "}, {"1.9996", "00:00:02  "}, {"3599.9996", "01:00:00  "}};
+    const std::pair<const char*, const char*> kTimes[] = {{"1.001", "00:00:01.001  18 "},
+                                                          {"1.9996", "00:00:02      18 "},
+                                                          {"3599.9996", "01:00:00      18 "}};
     std::string steps;
     for (const auto& [at, shown] : kTimes) {
         steps += std::string(steps.empty() ? "" : ", ") + R"({"at": )" + at + R"(, "kind": 18})";

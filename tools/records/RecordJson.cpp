@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <vector>
@@ -238,10 +239,69 @@ std::string shownValue(const nlohmann::ordered_json& value) {
     return cutText(value.dump(-1, ' ', false, json::error_handler_t::replace), kMaxShown);
 }
 
+namespace {
+
+// The length of the well-formed UTF-8 character at text[i], or 0 when the bytes there are none.
+size_t utf8Length(const std::string& text, size_t i) {
+    const auto byte = [&](size_t at) {
+        return at < text.size() ? unsigned{static_cast<unsigned char>(text[at])} : 0U;
+    };
+    const unsigned lead = byte(i);
+    if (lead < 0x80) return 1;
+    // The lead byte's length and the range of its second byte, which rules out overlong forms,
+    // surrogates and code points beyond U+10FFFF.
+    size_t length = 0;
+    unsigned low = 0x80, high = 0xBF;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        length = 2;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+        length = 3;
+        if (lead == 0xE0) low = 0xA0;
+        if (lead == 0xED) high = 0x9F;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+        length = 4;
+        if (lead == 0xF0) low = 0x90;
+        if (lead == 0xF4) high = 0x8F;
+    } else {
+        return 0;
+    }
+    if (byte(i + 1) < low || byte(i + 1) > high) return 0;
+    for (size_t k = 2; k < length; ++k) {
+        if (byte(i + k) < 0x80 || byte(i + k) > 0xBF) return 0;
+    }
+    return length;
+}
+
+// `text` with every control character and every byte that is not well-formed UTF-8 written as
+// \xNN: a terminal shows it as it is, and a message stays one line.
+std::string printableText(const std::string& text) {
+    std::string shown;
+    for (size_t i = 0; i < text.size();) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        const size_t length = utf8Length(text, i);
+        if (length == 0 || c < 0x20 || c == 0x7F) {
+            char escaped[8];
+            snprintf(escaped, sizeof(escaped), "\\x%02X", c);
+            shown += escaped;
+            ++i;
+        } else {
+            shown.append(text, i, length);
+            i += length;
+        }
+    }
+    return shown;
+}
+
+}  // namespace
+
 std::string cutText(const std::string& text, size_t width) {
-    if (text.size() <= width) return text;
+    std::string shown = printableText(text);
+    if (shown.size() <= width) return shown;
     constexpr size_t kMark = 3;
-    return width > kMark ? text.substr(0, width - kMark) + "..." : text.substr(0, width);
+    size_t cut = width > kMark ? width - kMark : width;
+    // Never inside a character.
+    while (cut > 0 && (static_cast<unsigned char>(shown[cut]) & 0xC0) == 0x80) --cut;
+    return shown.substr(0, cut) + (width > kMark ? "..." : "");
 }
 
 std::string fillStruct(const StructLayout& layout, const nlohmann::ordered_json& values,

@@ -30,7 +30,8 @@ std::string fillStruct(const StructLayout& layout, const nlohmann::ordered_json&
 // A value as an error message shows it: compact JSON, cut to a readable length.
 std::string shownValue(const nlohmann::ordered_json& value);
 
-// `text` as it stands when it fits `width` characters, else cut to `width` with "..." at the end.
+// `text` as a terminal may show it: control characters and bytes that are not UTF-8 written as
+// \xNN, then, when longer than `width` bytes, cut between characters with "..." at the end.
 std::string cutText(const std::string& text, size_t width);
 
 // An example value of every field, for writing a scenario by hand: numbers 0, texts "", one

@@ -22,6 +22,7 @@ constexpr char kUsage[] =
         "       vistel-replay --list [--json]\n"
         "       vistel-replay --describe KIND [--json]\n"
         "       vistel-replay --dictionary [--json | --schema] [SCENARIO.json]\n"
+        "       vistel-replay --version\n"
         "\n"
         "Replays camera records through libc_vistel on a virtual clock and shows what the\n"
         "reporting services received and what became of each record: sent, limited (by the\n"
@@ -49,6 +50,7 @@ constexpr char kUsage[] =
         "                  --schema the JSON Schema of the events as received), with a\n"
         "                  daily budget per source; with a scenario, what a day of its\n"
         "                  shape can bring\n"
+        "  --version       the tool's version, which is the library's\n"
         "\n"
         "A scenario is a JSON array of steps such as\n"
         "  {\"at\": 30, \"kind\": \"MemLeak\", \"name\": \"FeatureNode\", \"value1\": 3}\n"
@@ -60,7 +62,14 @@ constexpr char kUsage[] =
         "command line\n";
 
 struct CommandLine {
-    enum class Action { kReplay, kList, kDescribe, kDictionary, kHelp } action = Action::kReplay;
+    enum class Action {
+        kReplay,
+        kList,
+        kDescribe,
+        kDictionary,
+        kHelp,
+        kVersion
+    } action = Action::kReplay;
     std::string actionOption;  // "--list", ...; empty for a replay
     ReportOptions report;
     bool schema = false;  // --dictionary as JSON Schema
@@ -86,7 +95,17 @@ constexpr ActionOption kActionOptions[] = {{"--list", CommandLine::Action::kList
                                            {"--describe", CommandLine::Action::kDescribe},
                                            {"--dictionary", CommandLine::Action::kDictionary},
                                            {"--help", CommandLine::Action::kHelp},
-                                           {"-h", CommandLine::Action::kHelp}};
+                                           {"-h", CommandLine::Action::kHelp},
+                                           {"--version", CommandLine::Action::kVersion}};
+constexpr char kSchemaOption[] = "--schema";
+
+// The option among all of them that `arg` most likely misspells, or nullptr.
+const char* closestOption(const std::string& arg) {
+    std::vector<const char*> names = {kSchemaOption};
+    for (const ReportOption& option : kReportOptions) names.push_back(option.name);
+    for (const ActionOption& option : kActionOptions) names.push_back(option.name);
+    return vistel_tools::closestName(arg, names);
+}
 
 // What is wrong with the combination of options, or "".
 std::string checkCombination(const CommandLine& command) {
@@ -116,9 +135,9 @@ std::string checkCombination(const CommandLine& command) {
     return "";
 }
 
-// The parsed command line, or nullopt after writing what is wrong to err.
+// The parsed command line, or nullopt with what is wrong in *problem.
 std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& args,
-                                            std::ostream& err) {
+                                            std::string* problem) {
     CommandLine command;
     std::vector<std::string> operands;
     for (const std::string& arg : args) {
@@ -133,27 +152,26 @@ std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& args
             if (command.action == CommandLine::Action::kHelp) continue;
             if (action->action != CommandLine::Action::kHelp &&
                 command.action != CommandLine::Action::kReplay && command.actionOption != arg) {
-                err << "vistel-replay: " << command.actionOption << " and " << arg
-                    << " cannot be combined\n";
+                *problem = command.actionOption + " and " + arg + " cannot be combined";
                 return std::nullopt;
             }
             command.action = action->action;
             command.actionOption = arg;
-        } else if (arg == "--schema") {
+        } else if (arg == kSchemaOption) {
             command.schema = true;
         } else if (arg.size() > 1 && arg[0] == '-') {
-            err << "vistel-replay: unknown option " << arg << "\n";
+            *problem = "unknown option " + vistel_tools::cutText(arg, kMaxErrorLength);
+            if (const char* closest = closestOption(arg)) {
+                *problem += std::string(" (did you mean ") + closest + "?)";
+            }
             return std::nullopt;
         } else {
             operands.push_back(arg);
         }
     }
     if (command.action == CommandLine::Action::kHelp) return command;
-    const std::string conflict = checkCombination(command);
-    if (!conflict.empty()) {
-        err << "vistel-replay: " << conflict << "\n";
-        return std::nullopt;
-    }
+    *problem = checkCombination(command);
+    if (!problem->empty()) return std::nullopt;
     const size_t wanted = command.action == CommandLine::Action::kReplay ||
                                           command.action == CommandLine::Action::kDescribe
                                   ? 1
@@ -161,8 +179,8 @@ std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& args
     // --dictionary may take the scenario whose shape its budget's day has.
     const bool withDay = command.action == CommandLine::Action::kDictionary && operands.size() == 1;
     if (operands.size() != wanted && !withDay) {
-        err << "vistel-replay: expected " << (wanted == 1 ? "one operand" : "no operand")
-            << ", got " << operands.size() << "\n";
+        *problem = std::string("expected ") + (wanted == 1 ? "one operand" : "no operand") +
+                   ", got " + std::to_string(operands.size());
         return std::nullopt;
     }
     if (!operands.empty()) command.operand = operands[0];
@@ -249,14 +267,19 @@ int replay(const CommandLine& command, std::ostream& out, std::ostream& err) {
 }  // namespace
 
 int replayMain(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
-    const std::optional<CommandLine> command = parseCommandLine(args, err);
+    std::string problem;
+    const std::optional<CommandLine> command = parseCommandLine(args, &problem);
     if (!command) {
-        err << kUsage;
+        // One line: the usage would push the reason off the screen.
+        err << "vistel-replay: " << problem << "; try vistel-replay --help\n";
         return kExitUsage;
     }
     switch (command->action) {
         case CommandLine::Action::kHelp:
             out << kUsage;
+            return kExitOk;
+        case CommandLine::Action::kVersion:
+            out << "vistel-replay " << VISTEL_VERSION << "\n";
             return kExitOk;
         case CommandLine::Action::kList:
             printKindList(out, command->report.json);

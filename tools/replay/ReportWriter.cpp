@@ -66,6 +66,17 @@ std::string clock(double seconds) {
     return text;
 }
 
+// The width of the time column: "hh:mm:ss" and a space, or "hh:mm:ss.mmm" and one when any step's
+// time has milliseconds, so that every row's columns line up.
+int timeColumnWidth(const Scenario& scenario) {
+    constexpr int kWhole = 9;
+    constexpr int kFraction = 13;
+    for (const Step& step : scenario.steps) {
+        if (std::llround(step.atSeconds * 1000) % 1000 != 0) return kFraction;
+    }
+    return kWhole;
+}
+
 char priorityLetter(int priority) {
     switch (priority) {
         case ANDROID_LOG_VERBOSE:
@@ -182,9 +193,10 @@ class TextReportWriter : public ReportWriter {
                     "AlgoProcessTimeoutDumpSystrace answers \"not-initialised\"\n";
         }
         if (mOptions.verbose) printLog(replayer.startupLog(), "");
+        mTimeWidth = timeColumnWidth(scenario);
         char header[128];
-        snprintf(header, sizeof(header), "%-9s %-35s %-15s %s", "time", "kind", "outcome",
-                 "what the services received");
+        snprintf(header, sizeof(header), "%-*s %-35s %-15s %s", mTimeWidth, "time", "kind",
+                 "outcome", "what the services received");
         mOut << header << "\n";
     }
 
@@ -194,9 +206,9 @@ class TextReportWriter : public ReportWriter {
         const std::string outcome =
                 repeated ? std::to_string(step.repeat) + " records" : outcomeName(report.outcome);
         char head[128];
-        const int headLength =
-                snprintf(head, sizeof(head), "%-9s %2u %-32s %-15s ", clock(step.atSeconds).c_str(),
-                         step.kind->kind, step.kind->name, outcome.c_str());
+        const int headLength = snprintf(head, sizeof(head), "%-*s %2u %-32s %-15s ", mTimeWidth,
+                                        clock(step.atSeconds).c_str(), step.kind->kind,
+                                        step.kind->name, outcome.c_str());
         if (repeated) {
             // The records counted by outcome, never cut; their events are not listed: a runaway
             // sends thousands alike.
@@ -318,6 +330,7 @@ class TextReportWriter : public ReportWriter {
 
     ReportOptions mOptions;
     std::ostream& mOut;
+    int mTimeWidth = 0;  // set by start()
 };
 
 // ---- JSON -------------------------------------------------------------------------------------

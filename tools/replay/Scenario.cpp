@@ -165,6 +165,8 @@ std::string checkTiming(const ordered_json& value, double* previousAt, Step* ste
         step->repeat = repeat.get<int>();
     }
     if (value.contains(kSpacingKey)) {
+        // Alone it would be silently ignored: the step is one record, handed over once.
+        if (!value.contains(kRepeatKey)) return "\"spacing\" without \"repeat\" spaces nothing";
         error = readSeconds(value, kSpacingKey, &step->spacingSeconds);
         if (!error.empty()) return error;
     }
@@ -267,6 +269,11 @@ Scenario parseScenario(const std::string& text) {
     DocumentWatch watch;
     ordered_json document;
     Scenario failed;
+    // The parser would call it a syntax error at column 1.
+    if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
+        failed.errors.push_back("empty: a scenario is a JSON array of steps");
+        return failed;
+    }
     try {
         document = ordered_json::parse(
                 text,
