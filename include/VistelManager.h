@@ -108,6 +108,8 @@ class VistelManager {
         // many it dropped since the process started once its map grew past the bound, for the
         // manager's dump. Holds mMutex just long enough to read the sizes.
         struct KeyCount {
+            // keys, when the lock could not be had in time (a decision stuck under it).
+            static constexpr size_t kBusy = static_cast<size_t>(-1);
             const char* policy;
             size_t keys;
             uint64_t dropped;

@@ -41,6 +41,17 @@
 #include "VistelCounters.h"
 #include "VistelKinds.h"
 
+// In a catch chain before `catch (...)`: glibc's thread cancellation unwinds as an exception
+// that must be let through, or the C library aborts the process.
+#if defined(__GLIBCXX__)
+#define VISTEL_LET_CANCELLATION_THROUGH \
+    catch (abi::__forced_unwind&) {     \
+        throw;                          \
+    }
+#else
+#define VISTEL_LET_CANCELLATION_THROUGH
+#endif
+
 namespace orv {
 
 // At most one line a second from one call site; the lines held back in between are counted, and
@@ -116,13 +127,12 @@ Result enterCall(const char* entry, Result refused, Result failed, Work&& work) 
     }
     try {
         return work();
-#if defined(__GLIBCXX__)
-    } catch (abi::__forced_unwind&) {
-        throw;
-#endif
-    } catch (const std::exception& e) {
+    }
+    VISTEL_LET_CANCELLATION_THROUGH
+    catch (const std::exception& e) {
         logThrown(entry, &e);
-    } catch (...) {
+    }
+    catch (...) {
         logThrown(entry, nullptr);
     }
     return failed;

@@ -243,6 +243,11 @@ void VistelManager::dump(int fd) {
     if (!manager.alive) out.line("%-40s %9s", "(every policy)", "destroyed");
     for (size_t i = 0; manager.alive && i < manager.keyCounts.size(); ++i) {
         const VistelManager::FrequencyLimit::KeyCount& count = manager.keyCounts[i];
+        if (count.keys == VistelManager::FrequencyLimit::KeyCount::kBusy) {
+            out.line("%-40s %9s %9llu", count.policy, "busy",
+                     static_cast<unsigned long long>(count.dropped));
+            continue;
+        }
         out.line("%-40s %9zu %9llu", count.policy, count.keys,
                  static_cast<unsigned long long>(count.dropped));
     }

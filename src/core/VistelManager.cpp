@@ -44,9 +44,9 @@ struct Lifetime {
 
     std::mutex mutex;
     std::condition_variable built;
-    Phase phase = Phase::kNone;  // guarded by mutex
-    pthread_t builder{};         // guarded by mutex; the thread building the manager
-    bool initialising = false;   // guarded by mutex; Init has started
+    Phase phase = Phase::kNone;    // guarded by mutex
+    pthread_t builder{};           // guarded by mutex; the thread building the manager
+    bool constructorInit = false;  // guarded by mutex; the constructor is calling Init
     alignas(VistelManager) unsigned char storage[sizeof(VistelManager)];
 };
 Immortal<Lifetime> gLifetime;
@@ -82,9 +82,12 @@ QorThreadManager* workerPool() {
     const char* reason = "unknown exception";
     try {
         return QorThreadManager::GetInstance();
-    } catch (const std::exception& e) {
+    }
+    VISTEL_LET_CANCELLATION_THROUGH
+    catch (const std::exception& e) {
         reason = e.what();
-    } catch (...) {
+    }
+    catch (...) {
     }
     VISTEL_LOG_AT(ANDROID_LOG_ERROR, "VistelManager",
                   "%s() error: %s, no worker pool: nothing will be reported", "VistelManager",
@@ -97,8 +100,13 @@ QorThreadManager* workerPool() {
 void inForkedChild() {
     reporterGate().resetAfterFork();
     InFlightBound::instance().resetAfterFork();
-    new (&gLifetime->mutex) std::mutex();
-    new (&gLifetime->built) std::condition_variable();
+    Lifetime& lifetime = gLifetime.get();
+    new (&lifetime.mutex) std::mutex();
+    new (&lifetime.built) std::condition_variable();
+    // A thread of the parent was building the manager: it will never finish here. The child takes
+    // the building over as its own, half-built: GetInstance() answers at once, and the manager
+    // refuses every call, as it does on the building thread.
+    if (lifetime.phase == Lifetime::Phase::kBuilding) lifetime.builder = pthread_self();
 }
 [[maybe_unused]] const int gForkHandler = pthread_atfork(nullptr, nullptr, &inForkedChild);
 
@@ -160,6 +168,12 @@ VistelManager* VistelManager::GetInstance() {
 
 VistelManager::VistelManager() : mThreadManager(workerPool()), mInited(false), mLibLoader(nullptr) {
     gPool = mThreadManager;
+    {
+        // This call, and no other: not one made before it (from a logger, by whatever the pool's
+        // construction logged), nor one re-entered from inside it.
+        std::lock_guard<std::mutex> lock(gLifetime->mutex);
+        gLifetime->constructorInit = true;
+    }
     Init();
 }
 
@@ -168,18 +182,17 @@ VistelManager::~VistelManager() {
 }
 
 void VistelManager::Init() {
-    // Exported, but only the manager's construction initialises it: any other call would bind
-    // the service again (one more reference, never given back) and rewrite what reporters read
-    // without a lock.
+    // Exported, but only the constructor's own call initialises: any other would bind the service
+    // again (one more reference, never given back) and rewrite what reporters read without a
+    // lock.
     {
         Lifetime& lifetime = gLifetime.get();
         std::lock_guard<std::mutex> lock(lifetime.mutex);
-        if (lifetime.phase != Lifetime::Phase::kBuilding || lifetime.initialising ||
-            pthread_equal(lifetime.builder, pthread_self()) == 0) {
+        if (!lifetime.constructorInit) {
             logRefusedEntry(__func__, reporterGate().state(), "call refused");
             return;
         }
-        lifetime.initialising = true;
+        lifetime.constructorInit = false;
     }
     if (memcpy_s(g_logGitTag, kBuildTagLength, kBuildTag, kBuildTagLength) != 0) {
         VLOGE(" %s:%d %s failed", VISTEL_QUALIFIED_NAME(), __LINE__,
@@ -208,9 +221,12 @@ void VistelManager::Init() {
         for (const KindInfo& kind : kKinds) {
             registerFunction(kind.kind, kind.handler);
         }
-    } catch (const std::exception& e) {
+    }
+    VISTEL_LET_CANCELLATION_THROUGH
+    catch (const std::exception& e) {
         failure = e.what();
-    } catch (...) {
+    }
+    catch (...) {
         failure = "unknown exception";
     }
     if (failure != nullptr) {
@@ -267,10 +283,13 @@ std::future<int> VistelManager::reportMsgImpl(std::shared_ptr<VistelEventBase> e
             // for it.
             return gPool->enqueue(&runQueued, std::move(place), std::move(event));
         }
-    } catch (const std::exception& e) {
+    }
+    VISTEL_LET_CANCELLATION_THROUGH
+    catch (const std::exception& e) {
         // Memory ran out while the task was built or queued: nothing was queued.
         VLOGE("%s() error: %s, record not queued", __func__, e.what());
-    } catch (...) {
+    }
+    catch (...) {
         VLOGE("%s() error: unknown exception, record not queued", __func__);
     }
     return {};

@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <ctime>
 #include <type_traits>
 
 #include "../core/FieldText.h"
@@ -127,25 +130,68 @@ size_t keysIn(const PairMap& pairs) {
     return count;
 }
 
+// The thread holding a limiter's lock, and which lock: the limiter logs while it decides, and a
+// process logger that reports (or dumps) on one of those lines comes back on the same thread.
+std::atomic<uintptr_t> gLockHolder{0};
+std::atomic<const pthread_mutex_t*> gLockHeld{nullptr};
+
+uintptr_t thisThread() {
+    return reinterpret_cast<uintptr_t>(__builtin_thread_pointer());
+}
+
+bool heldByThisThread(const pthread_mutex_t* mutex) {
+    return gLockHolder.load(std::memory_order_relaxed) == thisThread() &&
+           gLockHeld.load(std::memory_order_relaxed) == mutex;
+}
+
 class ScopedLock {
   public:
-    explicit ScopedLock(pthread_mutex_t* mutex) : mMutex(mutex) { pthread_mutex_lock(mMutex); }
-    ~ScopedLock() { pthread_mutex_unlock(mMutex); }
+    explicit ScopedLock(pthread_mutex_t* mutex) : mMutex(mutex) {
+        pthread_mutex_lock(mMutex);
+        held();
+    }
+    // Waits at most `bound` for the lock, and not at all when this thread holds it already;
+    // locked() tells whether it got it.
+    ScopedLock(pthread_mutex_t* mutex, std::chrono::milliseconds bound) : mMutex(mutex) {
+        timespec until{};
+        clock_gettime(CLOCK_REALTIME, &until);
+        const long long ns = until.tv_nsec + std::chrono::nanoseconds(bound).count();
+        until.tv_sec += static_cast<time_t>(ns / 1000000000);
+        until.tv_nsec = static_cast<long>(ns % 1000000000);
+        mLocked = !heldByThisThread(mMutex) && pthread_mutex_timedlock(mMutex, &until) == 0;
+        if (mLocked) held();
+    }
+    ~ScopedLock() {
+        if (!mLocked) return;
+        gLockHolder.store(0, std::memory_order_relaxed);
+        pthread_mutex_unlock(mMutex);
+    }
     ScopedLock(const ScopedLock&) = delete;
     ScopedLock& operator=(const ScopedLock&) = delete;
 
+    bool locked() const { return mLocked; }
+
   private:
+    void held() {
+        gLockHeld.store(mMutex, std::memory_order_relaxed);
+        gLockHolder.store(thisThread(), std::memory_order_relaxed);
+    }
+
     pthread_mutex_t* mMutex;
+    bool mLocked = true;
 };
 
 // The shape every record policy shares: refuse a null record (without locking), otherwise
-// decide under the limiter's mutex.
+// decide under the limiter's mutex. A decision asked again on the thread that is making one (its
+// log line went to a process logger that reports) would wait on itself for ever: it is limited
+// instead, and the limiter's state is left alone.
 template <typename Record, typename Decide>
 bool decideLocked(const char* policy, const Record* data, pthread_mutex_t* mutex, Decide decide) {
     if (data == nullptr) {
         VISTEL_LOG_AT(ANDROID_LOG_ERROR, policy, "%s() error: input ptr is NULL", policy);
         return true;
     }
+    if (heldByThisThread(mutex)) return true;
     ScopedLock lock(mutex);
     return decide();
 }
@@ -372,7 +418,14 @@ bool VistelManager::FrequencyLimit::limitEventOtherTimeoutError(vistelOtherTimeo
 std::array<VistelManager::FrequencyLimit::KeyCount, VistelManager::FrequencyLimit::kKeyedPolicies>
 VistelManager::FrequencyLimit::keyCounts() const {
 #define VISTEL_KEY_COUNT(policy, map) {#policy, keysIn(map), 0},
-    ScopedLock lock(&mMutex);
+    // A dump waits for a decision in progress, but not for ever: a reporter stuck under the lock
+    // (its log line went to a logger that blocks) must not take the dump with it.
+    ScopedLock lock(&mMutex, std::chrono::milliseconds(100));
+    if (!lock.locked()) {
+#define VISTEL_KEY_BUSY(policy, map) {#policy, KeyCount::kBusy, 0},
+        return {{VISTEL_KEYED_POLICIES(VISTEL_KEY_BUSY)}};
+#undef VISTEL_KEY_BUSY
+    }
     std::array<KeyCount, kKeyedPolicies> counts = {{VISTEL_KEYED_POLICIES(VISTEL_KEY_COUNT)}};
 #undef VISTEL_KEY_COUNT
     for (size_t i = 0; i < counts.size(); ++i) {
