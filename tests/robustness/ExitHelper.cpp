@@ -62,6 +62,7 @@
 
 #include "FailingAllocations.h"
 #include "Handlers.h"
+#include "ThreadHold.h"
 #include "VistelKinds.h"
 
 namespace {
@@ -72,38 +73,7 @@ constexpr nsecs_t kNowNs = 5000 * 1000000000LL;
 // Where a mode holds the first thread that gets there.
 enum class HoldPoint { kNone, kClock, kServiceSend, kRecordKind, kAllocation };
 
-// Holds one thread at the armed point until told to go on.
-class Hold {
-  public:
-    void arm(HoldPoint point) {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mArmed = point;
-    }
-    // Called at `point`: the first thread to get there while it is armed waits there.
-    void holdHere(HoldPoint point) {
-        std::unique_lock<std::mutex> lock(mMutex);
-        if (point != mArmed || mEntered) return;
-        mEntered = true;
-        mChanged.notify_all();
-        mChanged.wait(lock, [this] { return mOpen; });
-    }
-    void waitUntilHeld() {
-        std::unique_lock<std::mutex> lock(mMutex);
-        mChanged.wait(lock, [this] { return mEntered; });
-    }
-    void release() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mOpen = true;
-        mChanged.notify_all();
-    }
-
-  private:
-    std::mutex mMutex;
-    std::condition_variable mChanged;
-    HoldPoint mArmed = HoldPoint::kNone;  // guarded by mMutex
-    bool mEntered = false;                // guarded by mMutex
-    bool mOpen = false;                   // guarded by mMutex
-};
+using Hold = vistel_test::ThreadHold<HoldPoint>;
 
 // Never destroyed: workers may still reach them while static destructors run.
 Hold& gHold = *new Hold;

@@ -26,6 +26,8 @@
 #include <string>
 #include <thread>
 
+#include "ThreadHold.h"
+
 namespace vistel_test {
 namespace {
 // Set by the one scenario whose worker pool logs when it is first asked for.
@@ -50,35 +52,8 @@ using orv::VistelManager;
 
 constexpr unsigned kBoundSeconds = 5;
 
-// Parks the first thread that gets to holdHere() until release().
-class Hold {
-  public:
-    void holdHere() {
-        std::unique_lock<std::mutex> lock(mMutex);
-        if (mEntered) return;
-        mEntered = true;
-        mChanged.notify_all();
-        mChanged.wait(lock, [this] { return mOpen; });
-    }
-    void waitUntilHeld() {
-        std::unique_lock<std::mutex> lock(mMutex);
-        mChanged.wait(lock, [this] { return mEntered; });
-    }
-    void release() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mOpen = true;
-        mChanged.notify_all();
-    }
-
-  private:
-    std::mutex mMutex;
-    std::condition_variable mChanged;
-    bool mEntered = false;
-    bool mOpen = false;
-};
-
 // Never destroyed: held threads may still reach it while the scenario's process exits.
-Hold& gHold = *new Hold;
+ThreadHold<int>& gHold = *new ThreadHold<int>;
 bool gActed = false;
 
 std::shared_ptr<orv::VistelEventBase> leak(const char* name) {
