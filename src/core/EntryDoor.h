@@ -20,7 +20,8 @@
 //         });
 //     }
 //
-// Thread cancellation (glibc's forced unwinding) is let through: it must not be caught.
+// Thread cancellation (glibc's forced unwinding, no C++ exception) is let through: it must not be
+// caught.
 #pragma once
 
 #ifndef LOG_TAG
@@ -28,29 +29,16 @@
 #endif
 
 #include <VistelRecords.h>
+#include <cxxabi.h>
 
 #include <atomic>
 #include <cstdint>
 #include <exception>
-#if defined(__GLIBCXX__)
-#include <cxxabi.h>
-#endif
 
 #include "ReporterGate.h"
 #include "ReporterScope.h"
 #include "VistelCounters.h"
 #include "VistelKinds.h"
-
-// In a catch chain before `catch (...)`: glibc's thread cancellation unwinds as an exception
-// that must be let through, or the C library aborts the process.
-#if defined(__GLIBCXX__)
-#define VISTEL_LET_CANCELLATION_THROUGH \
-    catch (abi::__forced_unwind&) {     \
-        throw;                          \
-    }
-#else
-#define VISTEL_LET_CANCELLATION_THROUGH
-#endif
 
 namespace orv {
 
@@ -67,6 +55,12 @@ class RateLimitedLine {
     std::atomic<int64_t> mLastNs{INT64_MIN};
     std::atomic<uint64_t> mHeldBack{0};
 };
+
+// Inside `catch (...)`: what was caught is no C++ exception. glibc's thread cancellation unwinds
+// so, and must be let through (`throw;`), or the C library aborts the process.
+inline bool caughtForeignUnwinding() {
+    return abi::__cxa_current_exception_type() == nullptr;
+}
 
 // The refused call's line: "<entry>() error: manager <state>, <what>", rate-limited.
 void logRefusedEntry(const char* entry, ReporterGate::State seen, const char* what);
@@ -101,16 +95,12 @@ int enterHandler(VistelEvent kind, const char* handler, VistelEventBase* record,
             return kindInfo(kind).refusedResult;
         }
         return work(scope);
-#if defined(__GLIBCXX__)
-    } catch (abi::__forced_unwind&) {
-        scope.failed();
-        throw;
-#endif
     } catch (const std::exception& e) {
         scope.failed();
         logThrown(handler, &e);
     } catch (...) {
         scope.failed();
+        if (caughtForeignUnwinding()) throw;
         logThrown(handler, nullptr);
     }
     return -1;
@@ -127,12 +117,10 @@ Result enterCall(const char* entry, Result refused, Result failed, Work&& work) 
     }
     try {
         return work();
-    }
-    VISTEL_LET_CANCELLATION_THROUGH
-    catch (const std::exception& e) {
+    } catch (const std::exception& e) {
         logThrown(entry, &e);
-    }
-    catch (...) {
+    } catch (...) {
+        if (caughtForeignUnwinding()) throw;
         logThrown(entry, nullptr);
     }
     return failed;

@@ -82,12 +82,10 @@ QorThreadManager* workerPool() {
     const char* reason = "unknown exception";
     try {
         return QorThreadManager::GetInstance();
-    }
-    VISTEL_LET_CANCELLATION_THROUGH
-    catch (const std::exception& e) {
+    } catch (const std::exception& e) {
         reason = e.what();
-    }
-    catch (...) {
+    } catch (...) {
+        if (caughtForeignUnwinding()) throw;
     }
     VISTEL_LOG_AT(ANDROID_LOG_ERROR, "VistelManager",
                   "%s() error: %s, no worker pool: nothing will be reported", "VistelManager",
@@ -221,12 +219,10 @@ void VistelManager::Init() {
         for (const KindInfo& kind : kKinds) {
             registerFunction(kind.kind, kind.handler);
         }
-    }
-    VISTEL_LET_CANCELLATION_THROUGH
-    catch (const std::exception& e) {
+    } catch (const std::exception& e) {
         failure = e.what();
-    }
-    catch (...) {
+    } catch (...) {
+        if (caughtForeignUnwinding()) throw;
         failure = "unknown exception";
     }
     if (failure != nullptr) {
@@ -283,13 +279,11 @@ std::future<int> VistelManager::reportMsgImpl(std::shared_ptr<VistelEventBase> e
             // for it.
             return gPool->enqueue(&runQueued, std::move(place), std::move(event));
         }
-    }
-    VISTEL_LET_CANCELLATION_THROUGH
-    catch (const std::exception& e) {
+    } catch (const std::exception& e) {
         // Memory ran out while the task was built or queued: nothing was queued.
         VLOGE("%s() error: %s, record not queued", __func__, e.what());
-    }
-    catch (...) {
+    } catch (...) {
+        if (caughtForeignUnwinding()) throw;
         VLOGE("%s() error: unknown exception, record not queued", __func__);
     }
     return {};

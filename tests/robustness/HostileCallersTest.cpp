@@ -166,10 +166,11 @@ void PrintTo(const Scenario& scenario, std::ostream* out) {
 class HostileCallersTest : public ::testing::TestWithParam<Scenario> {};
 
 TEST_P(HostileCallersTest, EndsWithinTheBound) {
-#if defined(__SANITIZE_ADDRESS__)
-    // Built with UndefinedBehaviorSanitizer too, whose null check takes the handler that lets
-    // glibc's cancellation through (it has no exception object to bind) for a null reference.
-    if (GetParam().run == threadEndedWhileAskedItsKind) GTEST_SKIP() << "sanitized build";
+#if defined(_LIBCPP_VERSION)
+    // glibc's forced unwinding through libc++abi's handlers ends in a crash of the C++ runtime's
+    // own whichever way the handler treats it; the device's C library does not unwind a thread
+    // that ends, so only the host's libstdc++ builds run this row.
+    if (GetParam().run == threadEndedWhileAskedItsKind) GTEST_SKIP() << "libc++ on glibc";
 #endif
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
