@@ -352,7 +352,7 @@ int vistel_set_time(void* obj, long long timeMs) {
 int vistel_send_event(void* obj) {
     if (void (*hook)() = gSendHook.load()) hook();
     // A service that throws instead of answering, something other than a std::exception.
-    if (gThrowFromNextSend.exchange(false)) throw vistelhost::kThrownFromSend;
+    if (gThrowFromNextSend.exchange(false)) throw int{vistelhost::kThrownFromSend};
     const char* function = __func__;
     return failOnThrow(kSendFailed, [&] {
         ServiceState& s = state();

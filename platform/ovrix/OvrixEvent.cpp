@@ -137,7 +137,7 @@ std::string toJson(const OvrixEvent& event) {
 namespace Ovrix {
 
 int Report(OvrixEvent& event) {
-    if (gThrowFromNextReport.exchange(false)) throw ovrixhost::kThrownFromReport;
+    if (gThrowFromNextReport.exchange(false)) throw int{ovrixhost::kThrownFromReport};
     const int refuseIn = gRefuseIn.load();
     if (refuseIn > 0 && gRefuseIn.fetch_sub(1) == 1) return -1;
     {
