@@ -38,6 +38,10 @@ struct NoGateHooks {
     static void entering() {}
     // close() is about to wait for the passes still held.
     static void waiting() {}
+    // The slot a thread tries first: its own, spread by a multiplicative hash of its id.
+    static int firstSlot(uintptr_t thread) {
+        return static_cast<int>((thread * 0x9E3779B97F4A7C15ULL) >> 58);
+    }
 };
 
 template <typename Hooks = NoGateHooks>
@@ -118,7 +122,7 @@ class BasicReporterGate {
     }
 
   private:
-    static constexpr int kSlots = 64;  // the hash below picks one of 64: the top six bits
+    static constexpr int kSlots = 64;  // NoGateHooks::firstSlot picks one of 64: the top six bits
     static constexpr int kUntracked = -1;
     static constexpr int kNested = -2;  // inside another pass of this thread: nothing to give back
 
@@ -135,12 +139,12 @@ class BasicReporterGate {
     // holds nothing.
     int enter(State* seen) {
         const uintptr_t self = thisThread();
-        // Threads start at their own slot, spread by a multiplicative hash of their id. Only this
-        // thread ever puts its id there, and only its own pass takes it out: finding it there
+        // Threads start at a slot of their own (Hooks::firstSlot). Only this thread ever puts its
+        // id there, and only its own pass takes it out: finding it there
         // means this thread is inside a pass already (a queued record's handler, a primitive a
         // handler calls), which holds the manager for this one too, unless the gate has closed
         // since (the destructor may have run on this very thread).
-        const int first = static_cast<int>((self * 0x9E3779B97F4A7C15ULL) >> 58);
+        const int first = Hooks::firstSlot(self);
         if (mHolders[first].load(std::memory_order_relaxed) == self) {
             *seen = mState.load();
             return kNested;

@@ -24,6 +24,7 @@ using namespace std::chrono_literals;
 // What the hooks do in the test running now; nothing when unset.
 std::function<void()> gOnEntering;
 std::function<void()> gOnWaiting;
+bool gSameFirstSlot = false;
 
 struct TestHooks {
     static void entering() {
@@ -31,6 +32,10 @@ struct TestHooks {
     }
     static void waiting() {
         if (gOnWaiting) gOnWaiting();
+    }
+    // Every thread starting at the same slot, when a test needs them to meet there.
+    static int firstSlot(uintptr_t thread) {
+        return gSameFirstSlot ? 0 : orv::NoGateHooks::firstSlot(thread);
     }
 };
 
@@ -83,6 +88,7 @@ class ReporterGateTest : public ::testing::Test {
     void TearDown() override {
         gOnEntering = nullptr;
         gOnWaiting = nullptr;
+        gSameFirstSlot = false;
     }
 };
 
@@ -168,15 +174,19 @@ TEST_F(ReporterGateTest, NoPassBeforeOpenOrOnceClosedAndARefusedOneHoldsNothing)
         SCOPED_TRACE(c.name);
         Gate gate;
         if (c.open) gate.open();
-        if (c.close) {
-            Gate::Pass own(gate);  // the closer's own pass (refused too, when never opened)
-            EXPECT_TRUE(gate.close(0ms));
-        }
-        EXPECT_EQ(gate.state(), c.seen);
-        for (int i = 0; i < 3; ++i) {
-            Gate::Pass here(gate);
-            EXPECT_FALSE(here.entered());
-            EXPECT_EQ(here.seen(), c.seen);
+        {
+            // The closer's own pass (refused too, when never opened), still held: the passes this
+            // thread asks for next are nested in it, and refused all the same.
+            Gate::Pass own(gate);
+            if (c.close) {
+                EXPECT_TRUE(gate.close(0ms));
+            }
+            EXPECT_EQ(gate.state(), c.seen);
+            for (int i = 0; i < 3; ++i) {
+                Gate::Pass here(gate);
+                EXPECT_FALSE(here.entered());
+                EXPECT_EQ(here.seen(), c.seen);
+            }
         }
         std::thread([&] { EXPECT_FALSE(Gate::Pass(gate).entered()); }).join();
         gate.open();  // a closed gate never opens again
@@ -249,6 +259,32 @@ TEST_F(ReporterGateTest, PassesBeyondTheSlotsAreWaitedFor) {
     EXPECT_FALSE(gate.close(10ms));
     releaseUntracked.raise();
     untracked.join();
+}
+
+// A thread whose first slot another thread holds is not inside a pass of its own: it takes
+// another slot, and is waited for.
+TEST_F(ReporterGateTest, AThreadMeetingAnotherOnItsFirstSlotIsStillWaitedFor) {
+    gSameFirstSlot = true;
+    Gate gate;
+    gate.open();
+    Signal firstHeld, releaseFirst, secondHeld, releaseSecond;
+    std::thread first([&] {
+        Gate::Pass pass(gate);
+        firstHeld.raise();
+        releaseFirst.wait();
+    });
+    firstHeld.wait();
+    std::thread second([&] {
+        Gate::Pass pass(gate);
+        secondHeld.raise();
+        releaseSecond.wait();
+    });
+    secondHeld.wait();
+    releaseFirst.raise();
+    first.join();
+    EXPECT_FALSE(gate.close(10ms)) << "the second pass was taken for a nested one";
+    releaseSecond.raise();
+    second.join();
 }
 
 // In a forked child only the forking thread exists: the passes other threads of the parent
