@@ -87,6 +87,10 @@ TEST(ConcurrentInitTest, InitCalledAgainChangesNothing) {
                            "refused since the last line)")
                       .size(),
               1u);
+    // The count starts again after each line.
+    FakeClock::advanceSeconds(1);
+    manager->Init();
+    EXPECT_EQ(log.withBody("Init() error: manager already built, call refused").size(), 2u);
 }
 
 }  // namespace
