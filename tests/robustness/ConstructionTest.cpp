@@ -72,8 +72,12 @@ ChildExit buildWithFailure(long n) {
         const int refused = refusedResult(info.kind);
         if ((manager->*kHandlers[info.kind])(info.make().record) != refused) return kWrongAnswer;
         // Queued and refused by the reporter, or not queued at all (no pool, or a kind whose
-        // handler could not be registered).
+        // handler could not be registered: an unknown kind, never queued).
         std::future<int> result = manager->reportMsgImpl(info.make().record);
+        const bool registered = !log.withBody("registerFunction() registered ok eventId:" +
+                                              std::to_string(info.kind))
+                                         .empty();
+        if (!registered && result.valid()) return kWrongAnswer;
         if (result.valid() && result.get() != refused) return kWrongAnswer;
     }
     return kCoped;
