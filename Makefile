@@ -11,7 +11,7 @@
 #   make test-arm64  cross-build for arm64 (clang, libc++) and run the whole suite under qemu
 #   make test-schema check docs/events.schema.json against the events the host services receive
 #   make test-size   the stripped arm64 library's sizes against the figures docs/ states
-#   make tidy        clang-tidy (.clang-tidy) over src/, platform/, service/ and tools/
+#   make tidy        clang-tidy (.clang-tidy) over src/, device/, records/, replay/ and dictionary/
 #   make test-abi    compare the ABI of libc_vistel.so and its records with the baseline in abi/
 #   make abi-baseline  write the baseline anew, after a deliberate change of the ABI
 #   make demo        replay a day of camera telemetry: installs only the packages it needs and
@@ -77,11 +77,11 @@ FUZZ_OPTIONS := -timeout=30 -print_final_stats=1
 
 deps: deps-host deps-arm64
 deps-demo:
-	@tools/install-deps.sh demo
+	@scripts/install-deps.sh demo
 deps-host:
-	@tools/install-deps.sh host
+	@scripts/install-deps.sh host
 deps-arm64:
-	@tools/install-deps.sh arm64
+	@scripts/install-deps.sh arm64
 
 # Configuring an existing tree again is cheap and picks up edits to the presets.
 $(addprefix configure-,$(BUILD_PRESETS)): configure-%:
@@ -93,13 +93,13 @@ configure-arm64: CONFIGURE_FLAGS = $(if $(shell grep -s '^VISTEL_LIBCXX:INTERNAL
 $(addprefix build-,$(BUILD_PRESETS)): build-%: configure-%
 	$(CMAKE) --build $(BUILD_ROOT)/$* --parallel $(JOBS)
 # Each suite writes its temporary files into a folder of its own, which must be empty again when
-# the suite ends (tools/check-leftovers.sh also fails on untracked files in the source tree).
+# the suite ends (scripts/check-leftovers.sh also fails on untracked files in the source tree).
 STAGE_TMP = $(abspath $(BUILD_ROOT)/$*/test-tmp)
 $(addprefix test-,$(PRESETS)): test-%: build-%
 	rm -rf $(STAGE_TMP) && mkdir -p $(STAGE_TMP)
 	TMPDIR=$(STAGE_TMP) TEST_TMPDIR=$(STAGE_TMP) $(TEST_ENV) ctest --test-dir $(BUILD_ROOT)/$* \
 	    --parallel $(JOBS) --output-on-failure --no-tests=error
-	tools/check-leftovers.sh $(STAGE_TMP)
+	scripts/check-leftovers.sh $(STAGE_TMP)
 
 configure-default configure-asan configure-tsan configure-libcxx: deps-host
 configure-arm64: deps-arm64
@@ -110,12 +110,12 @@ build: build-default
 # The stages in order, then a table of the seconds each took ($(STAGE_TIMES) keeps them).
 STAGE_TIMES := $(BUILD_ROOT)/test-stages.txt
 test:
-	@MAKE="$(MAKE)" tools/run-test-stages.sh $(STAGE_TIMES) deps $(TEST_STAGES)
+	@MAKE="$(MAKE)" scripts/run-test-stages.sh $(STAGE_TIMES) deps $(TEST_STAGES)
 
 # The tool and what it links, nothing of the suites: no test framework to install or build.
 demo: configure-demo
 	$(CMAKE) --build $(BUILD_ROOT)/demo --parallel $(JOBS) --target vistel-replay
-	$(BUILD_ROOT)/demo/tools/vistel-replay examples/camera-day.json
+	$(BUILD_ROOT)/demo/replay/vistel-replay examples/camera-day.json
 
 bench: build-default
 	$(HOST_BIN)/bench/vistel_bench
@@ -129,20 +129,20 @@ fuzz test-fuzz: build-fuzz
 	    -artifact_prefix=$(FUZZ_DIR)/artifacts/ $(FUZZ_DIR)/corpus fuzz/corpus
 	$(FUZZ_DIR)/vistel_scenario_fuzz -max_total_time=$(FUZZ_SCENARIO_SECONDS) $(FUZZ_OPTIONS) \
 	    -dict=fuzz/scenario.dict -artifact_prefix=$(FUZZ_DIR)/artifacts/scenario- \
-	    $(FUZZ_DIR)/scenario-corpus fuzz/scenario-corpus examples tests/tools/golden
+	    $(FUZZ_DIR)/scenario-corpus fuzz/scenario-corpus examples tests/replay/golden
 
 # clang-tidy reads the libc++ build's compile commands: the sources as the device's compiler and C++
 # library see them. Configuring is enough; nothing needs to be built first.
 # TIDY_SOURCES narrows it, e.g. `make tidy TIDY_SOURCES=src/core/`.
 tidy test-tidy: configure-libcxx
-	tools/run-clang-tidy.sh $(BUILD_ROOT)/libcxx $(TIDY_SOURCES)
+	scripts/run-clang-tidy.sh $(BUILD_ROOT)/libcxx $(TIDY_SOURCES)
 
-# The ABI baseline is the libc++ build's (tools/check-abi.sh). Changing the ABI on purpose means
+# The ABI baseline is the libc++ build's (scripts/check-abi.sh). Changing the ABI on purpose means
 # running `make abi-baseline` and committing abi/ with the change.
 test-abi: build-libcxx
-	tools/check-abi.sh $(BUILD_ROOT)/libcxx
+	scripts/check-abi.sh $(BUILD_ROOT)/libcxx
 abi-baseline: build-libcxx
-	tools/check-abi.sh --update $(BUILD_ROOT)/libcxx
+	scripts/check-abi.sh --update $(BUILD_ROOT)/libcxx
 
 # Every event the host services receive over the camera day, the 8-thread stress test and the
 # fuzzer's seed corpus, validated against docs/events.schema.json with Debian's python3-jsonschema
@@ -150,34 +150,34 @@ abi-baseline: build-libcxx
 SCHEMA_TMP := $(abspath $(HOST_BIN)/schema-tmp)
 test-schema: build-default
 	rm -rf $(SCHEMA_TMP) && mkdir -p $(SCHEMA_TMP)
-	TMPDIR=$(SCHEMA_TMP) TEST_TMPDIR=$(SCHEMA_TMP) /usr/bin/python3 tools/check-event-schema.py \
+	TMPDIR=$(SCHEMA_TMP) TEST_TMPDIR=$(SCHEMA_TMP) /usr/bin/python3 scripts/check-event-schema.py \
 	    $(HOST_BIN)
-	tools/check-leftovers.sh $(SCHEMA_TMP)
+	scripts/check-leftovers.sh $(SCHEMA_TMP)
 
-# README's examples (tools/check-readme.sh): the host build installed into the stage's temporary
+# README's examples (scripts/check-readme.sh): the host build installed into the stage's temporary
 # folder, the C++ sample built against it with find_package and with pkg-config and run, the
 # headers' usage samples compiled for the host's and the device's C++ library, the shell examples
 # run and their output compared with README's. Nothing is left behind.
 README_TMP = $(abspath $(BUILD_ROOT)/default/readme-tmp)
 test-readme: build-default
 	rm -rf $(README_TMP) && mkdir -p $(README_TMP)
-	TMPDIR=$(README_TMP) tools/check-readme.sh $(HOST_BIN) $(README_TMP)
-	tools/check-leftovers.sh $(README_TMP)
+	TMPDIR=$(README_TMP) scripts/check-readme.sh $(HOST_BIN) $(README_TMP)
+	scripts/check-leftovers.sh $(README_TMP)
 
 # The sizes docs/device-integration.md states, measured on the arm64 build (stripped with the
 # cross binutils), within the script's tolerance.
 test-size: build-arm64
-	tools/check-library-size.sh $(BUILD_ROOT)/arm64
+	scripts/check-library-size.sh $(BUILD_ROOT)/arm64
 
 # memcheck over the demo: any error, or anything definitely lost, fails the stage.
 VALGRIND_DEMO := valgrind --tool=memcheck --error-exitcode=1 --leak-check=full \
     --errors-for-leak-kinds=definite --show-leak-kinds=definite
 test-valgrind: build-default
-	@if [ -x $(HOST_BIN)/tools/vistel-replay ] && [ -f examples/camera-day.json ]; then \
-	    echo "$(VALGRIND_DEMO) $(HOST_BIN)/tools/vistel-replay examples/camera-day.json"; \
-	    $(VALGRIND_DEMO) $(HOST_BIN)/tools/vistel-replay examples/camera-day.json >/dev/null; \
+	@if [ -x $(HOST_BIN)/replay/vistel-replay ] && [ -f examples/camera-day.json ]; then \
+	    echo "$(VALGRIND_DEMO) $(HOST_BIN)/replay/vistel-replay examples/camera-day.json"; \
+	    $(VALGRIND_DEMO) $(HOST_BIN)/replay/vistel-replay examples/camera-day.json >/dev/null; \
 	else \
-	    echo "test-valgrind: skipped, the demo (tools/vistel-replay, examples/camera-day.json)" \
+	    echo "test-valgrind: skipped, the demo (replay/vistel-replay, examples/camera-day.json)" \
 	         "is not built yet"; \
 	fi
 

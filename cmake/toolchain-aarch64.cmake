@@ -1,7 +1,7 @@
 # Cross build for arm64 Linux the way the device builds: clang against libc++, here with Debian's
 # aarch64 binutils and start files (gcc's cross toolchain) and Debian's arm64 (multiarch) builds of
 # liblog, libutils and libsafec. GoogleTest is compiled from its sources (cmake/GoogleTest.cmake).
-# `tools/install-deps.sh arm64` installs all of it.
+# `scripts/install-deps.sh arm64` installs all of it.
 #
 # The host root is the sysroot: Debian multiarch keeps arm64 libraries in /usr/lib/aarch64-linux-gnu
 # next to the x86_64 ones, and CMAKE_LIBRARY_ARCHITECTURE makes every find_* look there first.
@@ -21,7 +21,7 @@ set(CMAKE_AR ${CMAKE_LIBRARY_ARCHITECTURE}-ar)
 set(CMAKE_RANLIB ${CMAKE_LIBRARY_ARCHITECTURE}-ranlib)
 
 # Holds what of arm64 cannot be installed next to its x86_64 twin and is only unpacked there (see
-# tools/install-deps.sh, which honours the same environment variable): p7zip-full, whose 7z.so
+# scripts/install-deps.sh, which honours the same environment variable): p7zip-full, whose 7z.so
 # Debian's arm64 libbacktrace (pulled in by libutils) needs at link and run time, and libc++ with
 # libc++abi and libunwind, whose packages dpkg refuses beside the host's.
 if(DEFINED ENV{VISTEL_ARM64_PREFIX})

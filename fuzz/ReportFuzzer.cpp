@@ -1,6 +1,6 @@
 // libFuzzer target: arbitrary records of arbitrary kinds through reportMsgImpl, with the clock
 // and the Vistel service's refusals under the input's control too. The input format is
-// tools/records/FuzzInput.h's: a sequence of reports, each a kind, a service refusal to arm, a
+// fuzz/input/FuzzInput.h's: a sequence of reports, each a kind, a service refusal to arm, a
 // clock step and the record's fields.
 //
 // After every report nothing may be left behind: no live event object, no call on a destroyed

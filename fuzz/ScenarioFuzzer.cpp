@@ -1,4 +1,4 @@
-// libFuzzer target: arbitrary text through vistel-replay's scenario reader (tools/replay/
+// libFuzzer target: arbitrary text through vistel-replay's scenario reader (replay/
 // Scenario.h), as the tool reads a file: parsed, checked step by step, every step's record built.
 //
 // Whatever the text, the reader answers without crashing and within its bounds: steps or errors,

@@ -3,7 +3,7 @@
 # (TMPDIR and TEST_TMPDIR point there while the stage runs), or an untracked file in the source
 # tree outside the build folders. Removes the temporary folder when it is empty.
 #
-#   tools/check-leftovers.sh <stage-tmp-dir>
+#   scripts/check-leftovers.sh <stage-tmp-dir>
 set -euo pipefail
 
 tmp=$1

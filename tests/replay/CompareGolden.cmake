@@ -8,7 +8,7 @@
 # folder the test runs in, never in SOURCE_DIR.
 #
 # With VISTEL_UPDATE_GOLDEN=1 in the environment it writes the expected file instead: run
-#   VISTEL_UPDATE_GOLDEN=1 ctest -R tools_golden
+#   VISTEL_UPDATE_GOLDEN=1 ctest -R replay_golden
 # after a deliberate change of the library's output, and review the diff before committing.
 
 string(REPLACE "|" ";" emulator "${EMULATOR}")

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Compares the ABI of a build with the baseline checked in under abi/, or replaces the baseline.
 #
-#   tools/check-abi.sh <build-dir>            any difference the checker reports fails
-#   tools/check-abi.sh --update <build-dir>   write the build's ABI as the new baseline
+#   scripts/check-abi.sh <build-dir>            any difference the checker reports fails
+#   scripts/check-abi.sh --update <build-dir>   write the build's ABI as the new baseline
 #
 # Two dumps make the baseline (abi-dumper, from the build's debug information):
 #   abi/libc_vistel.dump  what libc_vistel.so exports, as VistelManager.h declares it: functions,

@@ -1,5 +1,5 @@
 // vistel-fuzz-replay: feeds the fuzzer's inputs (fuzz/corpus) through libc_vistel as the fuzzer
-// does (tools/records/FuzzInput.h: the same records, clock steps and service refusals) and prints
+// does (fuzz/input/FuzzInput.h: the same records, clock steps and service refusals) and prints
 // what the services received, one JSON line per report:
 //
 //     {"input": "kind-00-MemLeak", "report": 1, "kind": 0, "outcome": "sent",

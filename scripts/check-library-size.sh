@@ -2,7 +2,7 @@
 # Measures the stripped arm64 libc_vistel.so and fails when the device integration page states
 # other sizes: the file on disk and its .text section, each within 5 % of the page's figure.
 #
-#   tools/check-library-size.sh <arm64 build folder>      (make test-size, a stage of make test)
+#   scripts/check-library-size.sh <arm64 build folder>      (make test-size, a stage of make test)
 #
 # The page states them as "<N> bytes on disk" and "<N> bytes of code"; a copy of the library is
 # stripped in TMPDIR and removed.

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build needs, and nothing when they are all there.
 #
-#   tools/install-deps.sh [--list] [demo|host|arm64|all]     (default: all)
+#   scripts/install-deps.sh [--list] [demo|host|arm64|all]     (default: all)
 #
 # --list prints the group's packages, one a line, and installs nothing: what a machine without
 #        any of them would get.

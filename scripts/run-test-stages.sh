@@ -3,7 +3,7 @@
 # table of the stages and the seconds each took (also written to <times-file>, a stage and its
 # seconds a line, for the figures README quotes).
 #
-#   tools/run-test-stages.sh <times-file> <stage>...
+#   scripts/run-test-stages.sh <times-file> <stage>...
 #
 # MAKE, and the variables given to the calling make (BUILD_ROOT=...), reach each stage.
 set -uo pipefail

@@ -471,7 +471,7 @@ TEST(ReplayCommandTest, LibraryCountersAgreeWithTheReplay) {
 }
 
 // Every kind answers each outcome as its row of the kind table says (what README's result table
-// and --list show). In a process without the service (tools_replay_test.no-service) every kind
+// and --list show). In a process without the service (replay_test.no-service) every kind
 // is refused as not initialised, with its own result, except the one that never checks.
 TEST(KindResultsTest, EveryKindAnswersAsTheKindTableSays) {
     const Replayer first;

@@ -2,7 +2,7 @@
 # README's examples, run: the stage of `make test` that fails when README drifts from the code.
 # README means README.md and the task pages in docs/ (docs/*.md), read in that order.
 #
-#   tools/check-readme.sh <host build folder> <temporary folder>      (make test-readme)
+#   scripts/check-readme.sh <host build folder> <temporary folder>      (make test-readme)
 #
 # Works in <temporary folder>, which it empties when it is done, and reuses the host build:
 #
@@ -19,7 +19,7 @@
 #   comment) are compiled, as are README's C++ samples: with g++ against libstdc++, the host's,
 #   and with clang against libc++, the device's.
 #
-# - The quick start's package counts must be those of tools/install-deps.sh --list.
+# - The quick start's package counts must be those of scripts/install-deps.sh --list.
 #
 # README's commands name the host build build/default; they run against <host build folder>.
 set -euo pipefail
@@ -81,9 +81,9 @@ fi
 # ---- The quick start's figures -----------------------------------------------------------------
 
 # The packages each command installs on a bare machine, counted from the installer's own lists.
-demoPackages=$("$src/tools/install-deps.sh" --list demo | wc -l)
-otherPackages=$(comm -13 <("$src/tools/install-deps.sh" --list demo | sort -u) \
-    <("$src/tools/install-deps.sh" --list all | sort -u) | wc -l)
+demoPackages=$("$src/scripts/install-deps.sh" --list demo | wc -l)
+otherPackages=$(comm -13 <("$src/scripts/install-deps.sh" --list demo | sort -u) \
+    <("$src/scripts/install-deps.sh" --list all | sort -u) | wc -l)
 if ! grep -q "^make demo .* installs $demoPackages Debian packages " "$src/README.md"; then
     fail "README's quick start does not say make demo installs $demoPackages packages"
 fi

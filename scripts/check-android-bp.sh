@@ -10,9 +10,9 @@
 #     its shared_libs name, so a source or a library missing from Android.bp fails here;
 #  4. that library exports exactly the symbols of tests/abi/exported-symbols.txt.
 #
-#   tools/check-android-bp.sh <work-dir> <stand-in-lib-dir>...
+#   scripts/check-android-bp.sh <work-dir> <stand-in-lib-dir>...
 #
-# The stand-in folders are those of the CMake build (platform/*); ctest passes them.
+# The stand-in folders are those of the CMake build (device/platform/*); ctest passes them.
 set -euo pipefail
 
 if [[ $# -lt 1 ]]; then
@@ -70,7 +70,7 @@ cd "$work"
 mini-soong Android.bp Makefile
 
 cppflags=(-Werror -fno-exceptions -fno-rtti -I/usr/include/android)
-for include in "$src"/platform/*/include; do
+for include in "$src"/device/platform/*/include; do
     cppflags+=("-I$include")
 done
 ldflags=(-L"/usr/lib/$(gcc -print-multiarch)/android" -Wl,--no-undefined

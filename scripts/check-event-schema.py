@@ -2,7 +2,7 @@
 """The event schema stage: every event the host services receive is checked against
 docs/events.schema.json with a standard validator (Debian's python3-jsonschema, draft 2020-12).
 
-    tools/check-event-schema.py <build-dir>
+    scripts/check-event-schema.py <build-dir>
 
 Three sources of traffic, all through the library as built in <build-dir>:
   - the camera day: the event stream of vistel-replay --events examples/camera-day.json, every
@@ -152,7 +152,7 @@ STREAM_MEMBERS = ("at", "step", "kind")  # what each line of vistel-replay --eve
 
 
 def camera_day(build):
-    lines = run([build / "tools" / "vistel-replay", "--events", CAMERA_DAY]).splitlines()
+    lines = run([build / "replay" / "vistel-replay", "--events", CAMERA_DAY]).splitlines()
     events = [json.loads(line) for line in lines]
     for event in events:
         if any(member not in event for member in STREAM_MEMBERS):
@@ -178,7 +178,7 @@ def stress_test(build):
 
 def fuzz_corpus(build):
     inputs = sorted(CORPUS.iterdir())
-    return events_of_lines(run([build / "tools" / "vistel-fuzz-replay"] + inputs))
+    return events_of_lines(run([build / "fuzz" / "input" / "vistel-fuzz-replay"] + inputs))
 
 
 def wrong_type(value):

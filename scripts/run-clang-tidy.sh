@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Runs clang-tidy, with the checks of the .clang-tidy at the top of the tree, over every source of
-# src/, platform/, service/ and tools/ that a build compiles, and over the project's headers they
+# src/, device/, records/, replay/, dictionary/ and fuzz/input/ that a build compiles, and over the project's headers they
 # include. Fails on any finding.
 #
-#   tools/run-clang-tidy.sh <build-dir> [<sources>]      (TIDY_JOBS=2 files at a time)
+#   scripts/run-clang-tidy.sh <build-dir> [<sources>]      (TIDY_JOBS=2 files at a time)
 #
 # <sources> narrows the run to the files whose path in the tree starts with a match of it (a
-# regular expression, e.g. 'src/core/' or 'platform/.*Loader'); the default is the four folders.
+# regular expression, e.g. 'src/core/' or 'device/.*Loader'); the default is those folders.
 #
 # The build folder gives the compile commands (compile_commands.json): `make tidy` passes the
 # libc++ build's, so the sources are read as the device's compiler and C++ library see them.
@@ -18,7 +18,7 @@ if [[ $# -lt 1 || $# -gt 2 ]]; then
 fi
 src=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=$(realpath "$1")
-sources=${2:-(src|platform|service|tools)/}
+sources=${2:-(src|device|records|replay|dictionary|fuzz/input)/}
 if [[ ! -f $build/compile_commands.json ]]; then
     echo "$0: no compile_commands.json in $build: configure it first" >&2
     exit 2
@@ -30,7 +30,7 @@ root=$(printf '%s' "$src" | sed 's/[][\.*^$()+?{}|]/\\&/g')
 log=$build/clang-tidy.log
 status=0
 run-clang-tidy-14 -quiet -j "${TIDY_JOBS:-2}" -p "$build" \
-        -header-filter="^$root/(include|src|platform|service|tools)/" \
+        -header-filter="^$root/(include|src|device|records|replay|dictionary|fuzz/input)/" \
         "^$root/$sources" >"$log" 2>&1 || status=$?
 
 # Without the colours, each file's command line, and the count of warnings clang-tidy met in system
