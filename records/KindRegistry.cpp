@@ -131,16 +131,16 @@ constexpr bool contractsInKindOrder() {
 }
 static_assert(contractsInKindOrder(), "one contract per kind, in kind order");
 
-#define VISTEL_TOOL_KIND(Kind, handler, Record, refused)                                       \
-    KindInfo{orv::kEvent##Kind,                                                                \
-             #Kind,                                                                            \
-             #handler,                                                                         \
-             #Record,                                                                          \
-             kContracts[orv::kEvent##Kind].service,                                            \
-             kContracts[orv::kEvent##Kind].events,                                             \
-             kContracts[orv::kEvent##Kind].limit,                                              \
-             kContracts[orv::kEvent##Kind].results,                                            \
-             &layoutOf<orv::VistelKindBody<orv::kEvent##Kind>::type>,                          \
+#define VISTEL_TOOL_KIND(Kind, handler, Record, refused)              \
+    KindInfo{orv::kEvent##Kind,                                       \
+             #Kind,                                                   \
+             #handler,                                                \
+             #Record,                                                 \
+             kContracts[orv::kEvent##Kind].service,                   \
+             kContracts[orv::kEvent##Kind].events,                    \
+             kContracts[orv::kEvent##Kind].limit,                     \
+             kContracts[orv::kEvent##Kind].results,                   \
+             &layoutOf<orv::VistelKindBody<orv::kEvent##Kind>::type>, \
              &makeRecord<orv::kEvent##Kind, orv::Record>},
 const std::array<KindInfo, orv::kVistelEventCount> kKinds = {{VISTEL_KINDS(VISTEL_TOOL_KIND)}};
 #undef VISTEL_TOOL_KIND
