@@ -3,7 +3,7 @@
 // Every record handed to the library is counted once, together with its one outcome, where it
 // ends: its reporter's ReporterScope (queued or called directly), the door that refuses it once the
 // manager is gone, its place in flight when its task never runs, or the camera thread when it is
-// shed at the door. So records is the sum of the outcome columns at any moment. The events column
+// shed or switched off at the door. So records is the sum of the outcome columns at any moment. The events column
 // counts the events the services took, which is not a count of records: one frame drop record
 // sends one event per group, one boot record one per node. Work with no record behind it,
 // sendBootMsg called directly by the camera stack, has a row of its own, a call counted as a
@@ -30,8 +30,9 @@ enum class Outcome {
     kNotInitialised,  // refused unsent: no service bound, a null record, the manager destroyed
     kFailed,          // a service refused one of its events, or memory ran out building one
     kShed,            // refused at the door: too many records in flight
+    kOff,             // refused at the door: its kind is switched off (KindSwitch.h)
 };
-constexpr size_t kOutcomes = static_cast<size_t>(Outcome::kShed) + 1;
+constexpr size_t kOutcomes = static_cast<size_t>(Outcome::kOff) + 1;
 
 // One cache line per row, so that workers running different kinds never write to the same one.
 struct alignas(64) KindCounters {
