@@ -48,7 +48,8 @@ std::string toTraceEventJson(const std::vector<TraceMark>& marks) {
     std::map<pid_t, int> threads;
     ordered_json events = ordered_json::array();
     for (const TraceMark& mark : marks) {
-        const int tid = threads.emplace(mark.tid, static_cast<int>(threads.size()) + 1).first->second;
+        const int tid =
+                threads.emplace(mark.tid, static_cast<int>(threads.size()) + 1).first->second;
         ordered_json event;
         switch (mark.type) {
             case TraceMark::Type::kBegin:

@@ -3,7 +3,7 @@
 // Every record handed to the library is counted once, together with its one outcome, where it
 // ends: its reporter's ReporterScope (queued or called directly), the door that refuses it once the
 // manager is gone, its place in flight when its task never runs, or the camera thread when it is
-// shed or switched off at the door. So records is the sum of the outcome columns at any moment. The events column
+// shed at the door. So records is the sum of the outcome columns at any moment. The events column
 // counts the events the services took, which is not a count of records: one frame drop record
 // sends one event per group, one boot record one per node. Work with no record behind it,
 // sendBootMsg called directly by the camera stack, has a row of its own, a call counted as a

@@ -235,9 +235,8 @@ void VistelManager::dump(int fd) {
     for (const Row& row : rows) total.add(row);
     const bool withOff = total.outcomes[kOff] != 0;
     if (withOff) {
-        out.line("%4s %-32s %9s %9s %9s %9s %15s %9s %9s %9s %9s", "kind", "name", "records",
-                 "sent", "limited", "no-event", "not-initialised", "failed", "shed", "off",
-                 "events");
+        out.line("%4s %-32s %9s %9s %9s %9s %15s %9s %9s %9s %9s", "kind", "name", "records", "sent",
+                 "limited", "no-event", "not-initialised", "failed", "shed", "off", "events");
     } else {
         out.line("%4s %-32s %9s %9s %9s %9s %15s %9s %9s %9s", "kind", "name", "records", "sent",
                  "limited", "no-event", "not-initialised", "failed", "shed", "events");

@@ -101,8 +101,7 @@ bool isCount(const std::string& word) {
 
 // "<kind> <name...> <records> <sent> ... <events>"; the kind column is empty on the total's line,
 // the off column there only `withOff`.
-bool parseRow(const std::vector<std::string>& words, bool withOff, std::string& kind,
-              DumpRow& row) {
+bool parseRow(const std::vector<std::string>& words, bool withOff, std::string& kind, DumpRow& row) {
     const size_t counts = withOff ? kCounts : kCounts - 1;
     if (words.size() < counts + 1) return false;
     const size_t nameEnd = words.size() - counts;
@@ -159,8 +158,7 @@ LibraryDump parseLibraryDump(const std::vector<std::string>& lines) {
                    isCount(words[2])) {
             dump.keys[words[0]] = std::stoull(words[1]);
             dump.droppedKeys[words[0]] = std::stoull(words[2]);
-        } else if (line.rfind("libc_vistel ", 0) != 0 &&
-                   line.rfind("keyed limit policy", 0) != 0) {
+        } else if (line.rfind("libc_vistel ", 0) != 0 && line.rfind("keyed limit policy", 0) != 0) {
             dump.unparsed.push_back(line);
         }
     }

@@ -9,14 +9,13 @@
 #include <optional>
 #include <sstream>
 
-#include "TraceCapture.h"
-
 #include "Catalog.h"
 #include "Dictionary.h"
 #include "LibraryDump.h"
 #include "RecordJson.h"
 #include "ReportWriter.h"
 #include "Scenario.h"
+#include "TraceCapture.h"
 
 namespace vistel_replay {
 
@@ -140,8 +139,7 @@ std::string checkCombination(const CommandLine& command) {
     if (command.schema && report.json) return "--schema and --json cannot be combined";
     for (const ValueOption& option : kValueOptions) {
         if (command.action != CommandLine::Action::kReplay && !(command.*option.value).empty()) {
-            return std::string(option.name) + " applies to a replay, not to " +
-                   command.actionOption;
+            return std::string(option.name) + " applies to a replay, not to " + command.actionOption;
         }
     }
     if (command.action == CommandLine::Action::kReplay) {

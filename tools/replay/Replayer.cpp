@@ -237,8 +237,8 @@ struct RecordRun {
 };
 
 void addRecord(StepReport& report, RecordRun run) {
-    const Outcome outcome = classify(run.queued, run.off, run.result, run.observed.events.size(),
-                                     run.observed.log);
+    const Outcome outcome =
+            classify(run.queued, run.off, run.result, run.observed.events.size(), run.observed.log);
     const int record = report.tally.records() + 1;
     if (record == 1) {
         report.result = run.result;
@@ -336,8 +336,7 @@ void runBacklog(const Step& step, StepReport& report) {
         if (!result.valid()) {
             const bool switchedOff = off > 0;
             if (switchedOff) --off;
-            addRecord(report,
-                      {step.atSeconds, false, switchedOff, 0, {ordered_json::array(), {}}});
+            addRecord(report, {step.atSeconds, false, switchedOff, 0, {ordered_json::array(), {}}});
             continue;
         }
         const int answer = result.get();

@@ -227,7 +227,8 @@ class TextReportWriter : public ReportWriter {
 
     void finish(const Summary& summary) override {
         const bool withOff = anyOff(summary.total);
-        mOut << "\n" << tableRow("kind", "name", tallyColumns(summary.total, withOff), true) << "\n";
+        mOut << "\n"
+             << tableRow("kind", "name", tallyColumns(summary.total, withOff), true) << "\n";
         for (const auto& info : vistel_tools::kinds()) {
             const Tally& tally = summary.kinds[info.kind];
             if (tally.records() == 0) continue;
