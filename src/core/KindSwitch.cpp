@@ -26,21 +26,28 @@ bool isSeparator(char c) {
     return c == ',' || c == ' ' || c == '\t';
 }
 
-// One word of the value: "all", a kind's number or its name.
+bool isWord(const char* word, size_t length, const char* text) {
+    return strlen(text) == length && strncmp(word, text, length) == 0;
+}
+
+// One word of the value: "all", a kind's number (without leading zeros) or its name.
 bool kindsNamedBy(const char* word, size_t length, uint32_t* kinds) {
-    const std::string text(word, length);
-    if (text == "all") {
+    if (isWord(word, length, "all")) {
         *kinds = kAllKinds;
         return true;
     }
-    if (text.find_first_not_of("0123456789") == std::string::npos && length <= 2) {
-        const unsigned long kind = std::stoul(text);
+    if (length <= 2 && word[0] >= '0' && word[0] <= '9' && (length == 1 || word[0] != '0')) {
+        unsigned kind = 0;
+        for (size_t i = 0; i < length; ++i) {
+            if (word[i] < '0' || word[i] > '9') return false;
+            kind = kind * 10 + static_cast<unsigned>(word[i] - '0');
+        }
         if (kind >= kVistelEventCount) return false;
         *kinds = 1U << kind;
         return true;
     }
     for (const KindInfo& info : kKinds) {
-        if (text == info.kindName) {
+        if (isWord(word, length, info.kindName)) {
             *kinds = 1U << info.kind;
             return true;
         }

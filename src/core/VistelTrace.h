@@ -29,14 +29,12 @@ namespace orv {
 // One section, begun and ended on the calling thread. Whether it began is decided once: the end
 // is written exactly when the begin was, even when tracing is switched on or off in between, so
 // a trace never holds a section without its end nor an end without its section.
+// Out of line: every handler's door holds one, and the worker's call costs less than 32 inlined
+// copies of the check.
 class TraceSection {
   public:
-    explicit TraceSection(const char* name) : mBegun(ATRACE_ENABLED() != 0) {
-        if (mBegun) atrace_begin_body(name);
-    }
-    ~TraceSection() {
-        if (mBegun) atrace_end_body();
-    }
+    explicit TraceSection(const char* name);
+    ~TraceSection();
     TraceSection(const TraceSection&) = delete;
     TraceSection& operator=(const TraceSection&) = delete;
 
