@@ -22,7 +22,9 @@ extern "C" void atrace_begin_body(const char* name);
 extern "C" void atrace_end_body();
 
 // cutils/trace.h reached first from elsewhere would have fixed the tag to "never".
-static_assert(ATRACE_TAG == ATRACE_TAG_CAMERA, "the library's sections carry the camera tag");
+#if ATRACE_TAG != ATRACE_TAG_CAMERA
+#error "the library's sections carry the camera tag: include VistelTrace.h before cutils/trace.h"
+#endif
 
 namespace orv {
 
