@@ -22,6 +22,9 @@ endfunction()
 
 vistel_import_android_lib(android::log liblog.so)
 vistel_import_android_lib(android::utils libutils.so)
+# libcutils for its trace markers (<cutils/trace.h>). libbase (android::base::GetProperty) is
+# imported by device/properties, which knows which C++ library this build uses.
+vistel_import_android_lib(android::cutils libcutils.so)
 # Let executables and libraries find them at run time without an environment.
 list(APPEND CMAKE_BUILD_RPATH ${VISTEL_ANDROID_LIBDIR})
 

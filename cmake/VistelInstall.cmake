@@ -19,6 +19,10 @@ include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(_vistel_installed_libraries c_vistel qorthread soloader ovrix orvlog vistel)
+# The builds against libc++ link the stand-in of libbase's properties (device/properties).
+if(TARGET hostproperties)
+    list(APPEND _vistel_installed_libraries hostproperties)
+endif()
 set_target_properties(${_vistel_installed_libraries} PROPERTIES
     INSTALL_RPATH "$ORIGIN;${VISTEL_ANDROID_LIBDIR}")
 install(TARGETS ${_vistel_installed_libraries} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})

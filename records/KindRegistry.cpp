@@ -26,21 +26,21 @@ constexpr LimitPolicy perKind(const char* policy, int periodSeconds) {
     return {policy, periodSeconds, "kind"};
 }
 
-// Results, by outcome: sent, limited, no-event, not-initialised, failed, shed. A failure is a
+// Results, by outcome: sent, limited, no-event, not-initialised, failed, shed, off. A failure is a
 // service's refusal for the Vistel kinds; the Ovrix client and the jank print answer nothing the
 // library reads, so those kinds fail only when memory runs out while the event is built.
 constexpr int kNo = kNoResult;
 // The fault and time-out kinds answer 0 for a record the limiter dropped, as for one sent.
-constexpr KindResults kFaultResults = {0, 0, kNo, -1, -1, kNo};
-constexpr KindResults kUnlimitedResults = {0, kNo, kNo, -1, -1, kNo};
-constexpr KindResults kLimitedResults = {0, -2, kNo, -1, -1, kNo};
+constexpr KindResults kFaultResults = {0, 0, kNo, -1, -1, kNo, kNo};
+constexpr KindResults kUnlimitedResults = {0, kNo, kNo, -1, -1, kNo, kNo};
+constexpr KindResults kLimitedResults = {0, -2, kNo, -1, -1, kNo, kNo};
 // Kinds whose record may hold nothing to send: no boot nodes, no frame drop groups, no entries.
-constexpr KindResults kLimitedMaybeEmpty = {0, -2, 0, -1, -1, kNo};
-constexpr KindResults kUnlimitedMaybeEmpty = {0, kNo, 0, -1, -1, kNo};
+constexpr KindResults kLimitedMaybeEmpty = {0, -2, 0, -1, -1, kNo, kNo};
+constexpr KindResults kUnlimitedMaybeEmpty = {0, kNo, 0, -1, -1, kNo, kNo};
 // Never checks anything: answers 0, service or not.
-constexpr KindResults kAnswersOnly = {kNo, kNo, 0, kNo, kNo, kNo};
+constexpr KindResults kAnswersOnly = {kNo, kNo, 0, kNo, kNo, kNo, kNo};
 // Answers -2, not -1, when the service is not bound.
-constexpr KindResults kScanResults = {0, kNo, 0, -2, -1, kNo};
+constexpr KindResults kScanResults = {0, kNo, 0, -2, -1, kNo, kNo};
 
 // The contract each kind's records are held to, written here independently of the library: the
 // service that receives them, the events sent, the limit that may drop them and what the future
@@ -165,9 +165,11 @@ const char* outcomeName(Outcome outcome) {
         case Outcome::kFailed:
             return "failed";
         case Outcome::kShed:
+            return "shed";
+        case Outcome::kOff:
             break;
     }
-    return "shed";
+    return "off";
 }
 
 const char* serviceName(Service service) {

@@ -35,13 +35,15 @@ enum class Outcome {
     kNotInitialised,  // refused unsent: no Vistel service bound, a null record, the manager gone
     kFailed,          // a service refused an event, or memory ran out while one was built
     kShed,            // refused at the door (too many records in flight), never queued
+    kOff,             // refused at the door: its kind is switched off, never queued
 };
-constexpr size_t kOutcomeCount = 6;
+constexpr size_t kOutcomeCount = 7;
 
 const char* outcomeName(Outcome outcome);  // "sent", "limited", "no-event", "not-initialised", ...
 
 // What the future of a kind's record yields, by Outcome; kNoResult where that outcome cannot
-// happen to the kind. A shed record's future has no value at all (valid() is false).
+// happen to the kind. A shed or switched-off record's future has no value at all (valid() is
+// false).
 constexpr int kNoResult = INT_MIN;
 using KindResults = std::array<int, kOutcomeCount>;
 

@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <iterator>
 #include <sstream>
 
@@ -40,9 +41,15 @@ constexpr Column kColumns[] = {
         {"not-initialised", &DumpRow::notInitialised},
         {"failed", &DumpRow::failed},
         {"shed", &DumpRow::shed},
+        {"off", &DumpRow::off},
         {"events", &DumpRow::events},
 };
 constexpr size_t kCounts = std::size(kColumns);
+
+// The dump shows the off column only once a record was switched off.
+bool isOffColumn(const Column& column) {
+    return column.count == &DumpRow::off;
+}
 
 }  // namespace
 
@@ -59,12 +66,14 @@ bool DumpRow::operator==(const DumpRow& other) const {
 }
 
 uint64_t DumpRow::outcomes() const {
-    return sent + limited + noEvent + notInitialised + failed + shed;
+    return sent + limited + noEvent + notInitialised + failed + shed + off;
 }
 
-std::vector<std::pair<const char*, uint64_t>> DumpRow::columns() const {
+std::vector<std::pair<const char*, uint64_t>> DumpRow::columns(bool withOff) const {
     std::vector<std::pair<const char*, uint64_t>> values;
-    for (const Column& column : kColumns) values.emplace_back(column.name, this->*column.count);
+    for (const Column& column : kColumns) {
+        if (withOff || !isOffColumn(column)) values.emplace_back(column.name, this->*column.count);
+    }
     return values;
 }
 
@@ -90,10 +99,12 @@ bool isCount(const std::string& word) {
     return !word.empty() && word.find_first_not_of("0123456789") == std::string::npos;
 }
 
-// "<kind> <name...> <records> <sent> ... <events>"; the kind column is empty on the total's line.
-bool parseRow(const std::vector<std::string>& words, std::string& kind, DumpRow& row) {
-    if (words.size() < kCounts + 1) return false;
-    const size_t nameEnd = words.size() - kCounts;
+// "<kind> <name...> <records> <sent> ... <events>"; the kind column is empty on the total's line,
+// the off column there only `withOff`.
+bool parseRow(const std::vector<std::string>& words, bool withOff, std::string& kind, DumpRow& row) {
+    const size_t counts = withOff ? kCounts : kCounts - 1;
+    if (words.size() < counts + 1) return false;
+    const size_t nameEnd = words.size() - counts;
     for (size_t i = nameEnd; i < words.size(); ++i) {
         if (!isCount(words[i])) return false;
     }
@@ -101,7 +112,10 @@ bool parseRow(const std::vector<std::string>& words, std::string& kind, DumpRow&
     kind = nameStart == 0 ? "" : words[0];
     row.name.clear();
     for (size_t i = nameStart; i < nameEnd; ++i) row.name += (i > nameStart ? " " : "") + words[i];
-    for (size_t i = 0; i < kCounts; ++i) row.*kColumns[i].count = std::stoull(words[nameEnd + i]);
+    size_t word = nameEnd;
+    for (const Column& column : kColumns) {
+        if (withOff || !isOffColumn(column)) row.*column.count = std::stoull(words[word++]);
+    }
     return true;
 }
 
@@ -126,11 +140,13 @@ LibraryDump parseLibraryDump(const std::vector<std::string>& lines) {
         const std::vector<std::string> words = tokens(line);
         std::string kind;
         DumpRow row;
-        if (line.rfind("vistel service: ", 0) == 0) {
+        if (!words.empty() && words[0] == "kind") {
+            dump.offShown = std::find(words.begin(), words.end(), "off") != words.end();
+        } else if (line.rfind("vistel service: ", 0) == 0) {
             dump.service = line;
         } else if (line.rfind("records in flight: ", 0) == 0) {
             dump.inFlight = line;
-        } else if (parseRow(words, kind, row)) {
+        } else if (parseRow(words, dump.offShown, kind, row)) {
             if (isCount(kind)) {
                 dump.kinds[static_cast<uint32_t>(std::stoul(kind))] = row;
             } else if (kind == "-") {
@@ -142,8 +158,7 @@ LibraryDump parseLibraryDump(const std::vector<std::string>& lines) {
                    isCount(words[2])) {
             dump.keys[words[0]] = std::stoull(words[1]);
             dump.droppedKeys[words[0]] = std::stoull(words[2]);
-        } else if (line.rfind("libc_vistel ", 0) != 0 && (words.empty() || words[0] != "kind") &&
-                   line.rfind("keyed limit policy", 0) != 0) {
+        } else if (line.rfind("libc_vistel ", 0) != 0 && line.rfind("keyed limit policy", 0) != 0) {
             dump.unparsed.push_back(line);
         }
     }

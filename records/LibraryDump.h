@@ -30,15 +30,17 @@ struct DumpRow {
     uint64_t notInitialised = 0;
     uint64_t failed = 0;
     uint64_t shed = 0;
+    uint64_t off = 0;
     uint64_t events = 0;
 
     // The counts since `earlier`, under this row's name.
     DumpRow operator-(const DumpRow& earlier) const;
     bool operator==(const DumpRow& other) const;
-    // sent + limited + no-event + not-initialised + failed + shed.
+    // sent + limited + no-event + not-initialised + failed + shed + off.
     uint64_t outcomes() const;
-    // Every counted column with its name in the dump ("records", "sent", ... "events"), in order.
-    std::vector<std::pair<const char*, uint64_t>> columns() const;
+    // Every counted column with its name in the dump ("records", "sent", ... "events"), in order;
+    // "off" only `withOff`, as the dump shows it only once a record was switched off.
+    std::vector<std::pair<const char*, uint64_t>> columns(bool withOff = false) const;
 };
 
 // "MemLeak: records 3, sent 2, limited 1, no-event 0, not-initialised 0, failed 0, shed 0,
@@ -49,6 +51,7 @@ struct LibraryDump {
     std::map<uint32_t, DumpRow> kinds;  // by kind number
     DumpRow direct;                     // sendBootMsg called directly
     DumpRow total;
+    bool offShown = false;  // the table has the off column: a record was switched off
     std::string inFlight;                         // the records-in-flight line
     std::string service;                          // the binding line
     std::map<std::string, uint64_t> keys;         // keyed limit policy -> keys it holds

@@ -1,8 +1,13 @@
 #include "ReplayMain.h"
 
+#include <KindSwitch.h>
+#include <android-base/properties.h>
+
 #include <algorithm>
+#include <fstream>
 #include <iterator>
 #include <optional>
+#include <sstream>
 
 #include "Catalog.h"
 #include "Dictionary.h"
@@ -10,14 +15,15 @@
 #include "RecordJson.h"
 #include "ReportWriter.h"
 #include "Scenario.h"
+#include "TraceCapture.h"
 
 namespace vistel_replay {
 
 namespace {
 
 constexpr char kUsage[] =
-        "usage: vistel-replay [--json | --full] [--verbose] [--dump] SCENARIO.json"
-        "   (- reads stdin)\n"
+        "usage: vistel-replay [--json | --full] [--verbose] [--dump] [--off KINDS]\n"
+        "                     [--trace FILE] SCENARIO.json   (- reads stdin)\n"
         "       vistel-replay --events SCENARIO.json\n"
         "       vistel-replay --list [--json]\n"
         "       vistel-replay --describe KIND [--json]\n"
@@ -26,7 +32,7 @@ constexpr char kUsage[] =
         "\n"
         "Replays camera records through libc_vistel on a virtual clock and shows what the\n"
         "reporting services received and what became of each record: sent, limited (by the\n"
-        "rate limiter), no-event, not-initialised, failed or shed.\n"
+        "rate limiter), no-event, not-initialised, failed, shed or off.\n"
         "\n"
         "  --json          one JSON object per step, then one with the summary (and with\n"
         "                  --dump one with the library's counters), each with its \"type\";\n"
@@ -40,6 +46,12 @@ constexpr char kUsage[] =
         "  --verbose       the library's own log lines with each step\n"
         "  --dump          the library's own counters after the summary, as\n"
         "                  VistelManager::dump() writes them\n"
+        "  --off KINDS     switches KINDS off as the device's property\n"
+        "                  persist.vendor.camera.vistel.off does: numbers or names, separated\n"
+        "                  by commas, or all; the library reads it once its first record has\n"
+        "                  run, then at most once a minute of the scenario's time\n"
+        "  --trace FILE    writes the library's trace sections and counters to FILE, a JSON\n"
+        "                  trace the platform's trace viewer opens, on the scenario's clock\n"
         "  --list          the 32 kinds: handler, service, event identifiers, limit and what\n"
         "                  each outcome's future yields\n"
         "  --describe KIND the fields of a kind's record and an example step; KIND is a\n"
@@ -72,7 +84,9 @@ struct CommandLine {
     } action = Action::kReplay;
     std::string actionOption;  // "--list", ...; empty for a replay
     ReportOptions report;
-    bool schema = false;  // --dictionary as JSON Schema
+    std::string offKinds;   // --off: the kinds switched off for the replay
+    std::string traceFile;  // --trace: where the trace goes
+    bool schema = false;    // --dictionary as JSON Schema
     std::string operand;  // the scenario, or the kind to describe
 };
 
@@ -99,9 +113,18 @@ constexpr ActionOption kActionOptions[] = {{"--list", CommandLine::Action::kList
                                            {"--version", CommandLine::Action::kVersion}};
 constexpr char kSchemaOption[] = "--schema";
 
+// Options of a replay that take a value, the next argument.
+struct ValueOption {
+    const char* name;
+    std::string CommandLine::*value;
+};
+constexpr ValueOption kValueOptions[] = {{"--off", &CommandLine::offKinds},
+                                         {"--trace", &CommandLine::traceFile}};
+
 // The option among all of them that `arg` most likely misspells, or nullptr.
 const char* closestOption(const std::string& arg) {
     std::vector<const char*> names = {kSchemaOption};
+    for (const ValueOption& option : kValueOptions) names.push_back(option.name);
     for (const ReportOption& option : kReportOptions) names.push_back(option.name);
     for (const ActionOption& option : kActionOptions) names.push_back(option.name);
     return vistel_tools::closestName(arg, names);
@@ -114,6 +137,11 @@ std::string checkCombination(const CommandLine& command) {
         return "--schema applies to --dictionary";
     }
     if (command.schema && report.json) return "--schema and --json cannot be combined";
+    for (const ValueOption& option : kValueOptions) {
+        if (command.action != CommandLine::Action::kReplay && !(command.*option.value).empty()) {
+            return std::string(option.name) + " applies to a replay, not to " + command.actionOption;
+        }
+    }
     if (command.action == CommandLine::Action::kReplay) {
         if (report.events) {
             for (const ReportOption& option : kReportOptions) {
@@ -140,7 +168,18 @@ std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& args
                                             std::string* problem) {
     CommandLine command;
     std::vector<std::string> operands;
-    for (const std::string& arg : args) {
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        const auto valued = std::find_if(std::begin(kValueOptions), std::end(kValueOptions),
+                                         [&](const ValueOption& o) { return arg == o.name; });
+        if (valued != std::end(kValueOptions)) {
+            if (i + 1 == args.size() || args[i + 1].empty()) {
+                *problem = arg + " needs a value";
+                return std::nullopt;
+            }
+            command.*valued->value = args[++i];
+            continue;
+        }
         const auto report = std::find_if(std::begin(kReportOptions), std::end(kReportOptions),
                                          [&](const ReportOption& o) { return arg == o.name; });
         const auto action = std::find_if(std::begin(kActionOptions), std::end(kActionOptions),
@@ -185,6 +224,22 @@ std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& args
     }
     if (!operands.empty()) command.operand = operands[0];
     return command;
+}
+
+// The first word of an --off list that names no kind, or "": the words the library reads in its
+// property, a kind's number or name, or all.
+std::string unknownOffKind(const std::string& list) {
+    std::string word;
+    std::istringstream words(list);
+    while (std::getline(words, word, ',')) {
+        word.erase(0, word.find_first_not_of(' '));
+        word.erase(word.find_last_not_of(' ') + 1);
+        if (word.empty() || word == "all") continue;
+        const vistel_tools::KindInfo* kind = vistel_tools::findKind(word);
+        // findKind also knows handlers, which the property does not.
+        if (kind == nullptr || word == kind->handler) return word;
+    }
+    return "";
 }
 
 int describe(const std::string& kindText, bool json, std::ostream& out, std::ostream& err) {
@@ -250,6 +305,30 @@ int replay(const CommandLine& command, std::ostream& out, std::ostream& err) {
     const std::optional<Scenario> scenario = readScenario(command.operand, err);
     if (!scenario) return kExitBadInput;
 
+    if (!command.offKinds.empty()) {
+        const std::string unknown = unknownOffKind(command.offKinds);
+        if (!unknown.empty()) {
+            err << "vistel-replay: --off: unknown kind \""
+                << vistel_tools::cutText(unknown, kMaxErrorLength) << "\"";
+            if (const char* closest = vistel_tools::closestKindName(unknown)) {
+                err << " (did you mean \"" << closest << "\"?)";
+            }
+            err << "; numbers or names of kinds, or all\n";
+            return kExitUsage;
+        }
+    }
+    std::ofstream trace;
+    if (!command.traceFile.empty()) {
+        trace.open(command.traceFile);
+        if (!trace) {
+            err << "vistel-replay: --trace: cannot write " << command.traceFile << "\n";
+            return kExitUsage;
+        }
+    }
+    // Set for this replay only: an earlier replay of the process may have switched kinds off.
+    android::base::SetProperty(orv::KindSwitch::kProperty, command.offKinds);
+    if (trace.is_open()) tracecapture::start();
+
     Replayer replayer;
     std::unique_ptr<ReportWriter> writer = makeReportWriter(command.report, out);
     writer->start(command.operand == "-" ? "standard input" : command.operand, *scenario, replayer);
@@ -261,6 +340,7 @@ int replay(const CommandLine& command, std::ostream& out, std::ostream& err) {
     }
     writer->finish(summary);
     if (command.report.dump) writer->dump(vistel_tools::libraryDumpLines());
+    if (trace.is_open()) trace << tracecapture::toTraceEventJson(tracecapture::stop());
     return kExitOk;
 }
 

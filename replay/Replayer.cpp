@@ -8,6 +8,7 @@
 #include <orvlog.h>
 #include <utils/Timers.h>
 
+#include <array>
 #include <atomic>
 #include <cmath>
 #include <condition_variable>
@@ -15,6 +16,8 @@
 #include <map>
 #include <mutex>
 #include <utility>
+
+#include "LibraryDump.h"
 
 namespace vistel_replay {
 
@@ -100,14 +103,34 @@ bool isLimitedLine(const std::string& message) {
 }
 
 // `queued`: reportMsgImpl returned a valid future. A scenario's records are never null and
-// always of a known kind, so an invalid future means the library shed the record at the door.
-Outcome classify(bool queued, int result, size_t eventCount, const std::vector<LogLine>& log) {
-    if (!queued) return Outcome::kShed;
+// always of a known kind, so an invalid future means the library refused the record at the door:
+// switched off (`off`, as its counters say) or shed.
+Outcome classify(bool queued, bool off, int result, size_t eventCount,
+                 const std::vector<LogLine>& log) {
+    if (!queued) return off ? Outcome::kOff : Outcome::kShed;
     // Before the result: the scan message reporter answers -2 when not initialised.
     if (anyLine(log, isNotInitialisedLine)) return Outcome::kNotInitialised;
     if (result == -2 || anyLine(log, isLimitedLine)) return Outcome::kLimited;
     if (result != 0) return Outcome::kFailed;
     return eventCount > 0 ? Outcome::kSent : Outcome::kNoEvent;
+}
+
+// ---- Records switched off -----------------------------------------------------------------------
+
+// The records of each kind the library counted off, as of the last look at its dump.
+std::array<uint64_t, orv::kVistelEventCount> gOffSeen{};
+
+// The records of `kind` the library switched off since the last look, which looks at every kind.
+uint64_t switchedOffSinceLastLook(orv::VistelEvent kind) {
+    const vistel_tools::LibraryDump dump =
+            vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+    uint64_t since = 0;
+    for (const auto& [counted, row] : dump.kinds) {
+        if (counted >= gOffSeen.size()) continue;
+        if (counted == kind) since = row.off - gOffSeen[counted];
+        gOffSeen[counted] = row.off;
+    }
+    return since;
 }
 
 // ---- What the services received ---------------------------------------------------------------
@@ -180,6 +203,7 @@ const ManagerStart& managerStart() {
     static const ManagerStart sStart = [] {
         installLogCapture();
         orv::VistelManager::GetInstance();
+        switchedOffSinceLastLook(orv::kEventMemLeak);
         ManagerStart start{takeLogLines(), true};
         start.serviceLoaded = !anyLine(start.log, [](const std::string& message) {
             return endsWith(message, "VistelLibLoader::getInstance failed");
@@ -207,13 +231,14 @@ Observed observe(const Step& step) {
 struct RecordRun {
     double atSeconds;
     bool queued;
+    bool off;  // not queued: switched off
     int result;
     Observed observed;
 };
 
 void addRecord(StepReport& report, RecordRun run) {
     const Outcome outcome =
-            classify(run.queued, run.result, run.observed.events.size(), run.observed.log);
+            classify(run.queued, run.off, run.result, run.observed.events.size(), run.observed.log);
     const int record = report.tally.records() + 1;
     if (record == 1) {
         report.result = run.result;
@@ -234,7 +259,8 @@ RecordRun runRecord(const Step& step, double atSeconds) {
     const bool queued = future.valid();
     // The handler has returned once the future is ready, so everything it sent is recorded.
     const int result = queued ? future.get() : 0;
-    return {atSeconds, queued, result, observe(step)};
+    const bool off = !queued && switchedOffSinceLastLook(step.kind->kind) != 0;
+    return {atSeconds, queued, off, result, observe(step)};
 }
 
 // Every worker of the pool held in a task of its own until released: records handed over
@@ -301,14 +327,20 @@ void runBacklog(const Step& step, StepReport& report) {
         hold.release(1);
         if (!observations.empty()) observations.back().wait();
     }
+    // A kind switched off is refused before the bound is looked at: the step's records refused
+    // at the door are all switched off or all shed, unless the switch was read meanwhile.
+    const bool anyRefused = observations.size() < results.size();
+    uint64_t off = anyRefused ? switchedOffSinceLastLook(step.kind->kind) : 0;
     size_t observed = 0;
     for (std::future<int>& result : results) {
         if (!result.valid()) {
-            addRecord(report, {step.atSeconds, false, 0, {ordered_json::array(), {}}});
+            const bool switchedOff = off > 0;
+            if (switchedOff) --off;
+            addRecord(report, {step.atSeconds, false, switchedOff, 0, {ordered_json::array(), {}}});
             continue;
         }
         const int answer = result.get();
-        addRecord(report, {step.atSeconds, true, answer, observations[observed++].get()});
+        addRecord(report, {step.atSeconds, true, false, answer, observations[observed++].get()});
     }
 }
 

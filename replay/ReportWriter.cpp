@@ -20,21 +20,27 @@ using nlohmann::ordered_json;
 // ---- Shared by both forms ---------------------------------------------------------------------
 
 // A tally's columns, named and ordered as in the library's dump: the records, the records of each
-// outcome, which add up to them, and the events the services took.
-std::vector<std::pair<std::string, int>> tallyColumns(const Tally& tally) {
+// outcome, which add up to them, and the events the services took. As in the dump, the off column
+// is there only `withOff`: when a record was switched off.
+std::vector<std::pair<std::string, int>> tallyColumns(const Tally& tally, bool withOff) {
     std::vector<std::pair<std::string, int>> columns = {{"records", tally.records()}};
     for (size_t i = 0; i < vistel_tools::kOutcomeCount; ++i) {
         const auto outcome = static_cast<Outcome>(i);
+        if (outcome == Outcome::kOff && !withOff) continue;
         columns.emplace_back(outcomeName(outcome), tally[outcome]);
     }
     columns.emplace_back("events", tally.events);
     return columns;
 }
 
-ordered_json tallyJson(const Tally& tally) {
+ordered_json tallyJson(const Tally& tally, bool withOff) {
     ordered_json json = ordered_json::object();
-    for (const auto& [name, count] : tallyColumns(tally)) json[name] = count;
+    for (const auto& [name, count] : tallyColumns(tally, withOff)) json[name] = count;
     return json;
+}
+
+bool anyOff(const Tally& tally) {
+    return tally[Outcome::kOff] != 0;
 }
 
 // `event` behind the members that say where it came from ("at", "step", ...).
@@ -220,15 +226,17 @@ class TextReportWriter : public ReportWriter {
     }
 
     void finish(const Summary& summary) override {
-        mOut << "\n" << tableRow("kind", "name", tallyColumns(summary.total), true) << "\n";
+        const bool withOff = anyOff(summary.total);
+        mOut << "\n"
+             << tableRow("kind", "name", tallyColumns(summary.total, withOff), true) << "\n";
         for (const auto& info : vistel_tools::kinds()) {
             const Tally& tally = summary.kinds[info.kind];
             if (tally.records() == 0) continue;
-            mOut << tableRow(std::to_string(info.kind).c_str(), info.name, tallyColumns(tally),
-                             false)
+            mOut << tableRow(std::to_string(info.kind).c_str(), info.name,
+                             tallyColumns(tally, withOff), false)
                  << "\n";
         }
-        mOut << tableRow("", "total", tallyColumns(summary.total), false) << "\n";
+        mOut << tableRow("", "total", tallyColumns(summary.total, withOff), false) << "\n";
     }
 
     void dump(const std::vector<std::string>& lines) override {
@@ -273,6 +281,8 @@ class TextReportWriter : public ReportWriter {
                 return answered + ", no service library";
             case Outcome::kShed:
                 return "not queued: too many records in flight";
+            case Outcome::kOff:
+                return "not queued: its kind is switched off";
             case Outcome::kFailed:
                 break;
         }
@@ -336,9 +346,9 @@ class TextReportWriter : public ReportWriter {
 // ---- JSON -------------------------------------------------------------------------------------
 
 // A row of the library's dump, under the dump's own column names.
-ordered_json dumpRowJson(const vistel_tools::DumpRow& row) {
+ordered_json dumpRowJson(const vistel_tools::DumpRow& row, bool withOff) {
     ordered_json json = ordered_json::object();
-    for (const auto& [name, count] : row.columns()) json[name] = count;
+    for (const auto& [name, count] : row.columns(withOff)) json[name] = count;
     return json;
 }
 
@@ -350,15 +360,15 @@ ordered_json dumpJson(const std::vector<std::string>& lines) {
     ordered_json kinds = ordered_json::array();
     for (const auto& [kind, row] : dump.kinds) {
         ordered_json entry = {{"kind", kind}, {"name", row.name}};
-        entry.update(dumpRowJson(row));
+        entry.update(dumpRowJson(row, dump.offShown));
         kinds.push_back(std::move(entry));
     }
     const std::string servicePrefix = "vistel service: ";
     ordered_json json = {
             {"title", lines.empty() ? "" : lines.front()},
             {"kinds", std::move(kinds)},
-            {"direct", dumpRowJson(dump.direct)},
-            {"total", dumpRowJson(dump.total)},
+            {"direct", dumpRowJson(dump.direct, dump.offShown)},
+            {"total", dumpRowJson(dump.total, dump.offShown)},
             {"inFlight", dump.inFlight},
             {"service", dump.service.substr(std::min(dump.service.size(), servicePrefix.size()))},
             {"keyedLimitPolicies", dump.keys},
@@ -388,7 +398,7 @@ class JsonReportWriter : public ReportWriter {
         if (repeated) {
             line["repeat"] = step.repeat;
             line["spacing"] = secondsJson(step.spacingSeconds);
-            line["outcomes"] = tallyJson(report.tally);
+            line["outcomes"] = tallyJson(report.tally, anyOff(report.tally));
             ordered_json events = ordered_json::array();
             for (const ReceivedEvent& received : report.received) {
                 events.push_back(withOrigin(
@@ -415,15 +425,16 @@ class JsonReportWriter : public ReportWriter {
     }
 
     void finish(const Summary& summary) override {
+        const bool withOff = anyOff(summary.total);
         ordered_json kinds = ordered_json::array();
         for (const auto& info : vistel_tools::kinds()) {
             const Tally& tally = summary.kinds[info.kind];
             if (tally.records() == 0) continue;
             ordered_json entry = {{"kind", info.kind}, {"name", info.name}};
-            entry.update(tallyJson(tally));
+            entry.update(tallyJson(tally, withOff));
             kinds.push_back(std::move(entry));
         }
-        ordered_json total = tallyJson(summary.total);
+        ordered_json total = tallyJson(summary.total, withOff);
         total["kinds"] = std::move(kinds);
         mOut << dumpValue(ordered_json{{"type", "summary"}, {"summary", std::move(total)}}) << "\n";
     }

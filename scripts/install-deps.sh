@@ -24,8 +24,8 @@ set -euo pipefail
 VISTEL_ARM64_PREFIX=${VISTEL_ARM64_PREFIX:-/opt/vistel-arm64}
 
 readonly kDemoPackages=(
-    cmake ninja-build make g++ android-liblog-dev android-libutils-dev libsafec-dev
-    nlohmann-json3-dev
+    cmake ninja-build make g++ android-liblog-dev android-libutils-dev android-libcutils-dev
+    android-libbase-dev libsafec-dev nlohmann-json3-dev
 )
 readonly kHostPackages=(
     "${kDemoPackages[@]}"
@@ -42,7 +42,8 @@ readonly kHostPackages=(
 readonly kArm64Packages=(
     cmake ninja-build make clang g++-aarch64-linux-gnu qemu-user
     nlohmann-json3-dev googletest libc++-14-dev
-    android-liblog-dev:arm64 android-libutils-dev:arm64 libsafec-dev:arm64
+    android-liblog-dev:arm64 android-libutils-dev:arm64 android-libcutils-dev:arm64
+    android-libbase-dev:arm64 libsafec-dev:arm64
 )
 # Unpacked into $VISTEL_ARM64_PREFIX rather than installed: see unpackArm64.
 readonly kArm64Libcxx=(libc++1-14 libc++-14-dev libc++abi1-14 libc++abi-14-dev libunwind-14

@@ -10,6 +10,8 @@
 //   - for a handler, counts the record (ReporterScope.h) and checks that it carries the body the
 //     handler reads: a record of another kind with the same body (a time-out warning handed to
 //     the error handler) is read as it always was, a record with another body is refused;
+//   - for a handler, puts the record's work in a section of the system trace named after its kind
+//     (VistelTrace.h), ended however the work ends;
 //   - catches everything its work throws, `...` included, logs it and answers the entry's failure
 //     result (-1, or nothing): no exception reaches the camera stack, and a record whose reporter
 //     threw is counted failed.
@@ -39,6 +41,7 @@
 #include "ReporterScope.h"
 #include "VistelCounters.h"
 #include "VistelKinds.h"
+#include "VistelTrace.h"
 
 namespace orv {
 
@@ -84,6 +87,8 @@ inline bool carriesBodyOf(VistelEvent kind, VistelEventBase& record) {
 // record, passes the kind counters::kOutsideDispatch and a null record.
 template <typename Work>
 int enterHandler(VistelEvent kind, const char* handler, VistelEventBase* record, Work&& work) {
+    // The record's section in the system trace, refused or thrown through as much as sent.
+    TraceSection section(recordSection(kind));
     ReporterGate::Pass pass(reporterGate());
     if (!pass.entered()) return refuseRecord(kind, handler, pass.seen());
     ReporterScope scope(handler, counters::of(kind));

@@ -129,8 +129,10 @@ int SetEventParam(const VistelLibLoader* l, void*& eventObj, const char* paramNa
 int sendEvent(const VistelLibLoader* loader, void*& eventObj) {
     if (!haveLoaderAndObject(__func__, loader, eventObj)) return -1;
     // Unlike the setters, the service's send answers non-zero on success.
-    bool sent = callWithObject(loader, eventObj,
-                               [&] { return loader->LINK_Vistel_Send_Event(eventObj); }) != 0;
+    bool sent = callWithObject(loader, eventObj, [&] {
+                    TraceSection section("LINK_Vistel_Send_Event");
+                    return loader->LINK_Vistel_Send_Event(eventObj);
+                }) != 0;
     if (!sent) VLOGE("%s() error: LINK_Vistel_Send_Event() failed", __func__);
     destroyEvent(loader, eventObj);
     return sent ? 0 : -1;

@@ -30,8 +30,9 @@ enum class Outcome {
     kNotInitialised,  // refused unsent: no service bound, a null record, the manager destroyed
     kFailed,          // a service refused one of its events, or memory ran out building one
     kShed,            // refused at the door: too many records in flight
+    kOff,             // refused at the door: its kind is switched off (KindSwitch.h)
 };
-constexpr size_t kOutcomes = static_cast<size_t>(Outcome::kShed) + 1;
+constexpr size_t kOutcomes = static_cast<size_t>(Outcome::kOff) + 1;
 
 // One cache line per row, so that workers running different kinds never write to the same one.
 struct alignas(64) KindCounters {

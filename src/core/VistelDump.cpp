@@ -150,10 +150,20 @@ class DumpWriter {
 };
 
 constexpr const char kRowFormat[] = "%4s %-32s %9llu %9llu %9llu %9llu %15llu %9llu %9llu %9llu";
+constexpr const char kRowFormatWithOff[] =
+        "%4s %-32s %9llu %9llu %9llu %9llu %15llu %9llu %9llu %9llu %9llu";
+constexpr size_t kOff = static_cast<size_t>(counters::Outcome::kOff);
 
-void writeRow(DumpWriter& out, const char* kind, const char* name, const Row& row) {
-    static_assert(counters::kOutcomes == 6, "a column per outcome");
+// The off column is there only once a record was switched off: until then the table reads as it
+// did before kinds could be.
+void writeRow(DumpWriter& out, const char* kind, const char* name, const Row& row, bool withOff) {
+    static_assert(counters::kOutcomes == 7, "a column per outcome");
     const unsigned long long* o = row.outcomes;
+    if (withOff) {
+        out.line(kRowFormatWithOff, kind, name, row.records, o[0], o[1], o[2], o[3], o[4], o[5],
+                 o[kOff], row.events);
+        return;
+    }
     out.line(kRowFormat, kind, name, row.records, o[0], o[1], o[2], o[3], o[4], o[5], row.events);
 }
 
@@ -221,19 +231,25 @@ void VistelManager::dump(int fd) {
 
     DumpWriter out(fd);
     out.line("libc_vistel [%s]: since the process started", kBuildTag);
-    out.line("%4s %-32s %9s %9s %9s %9s %15s %9s %9s %9s", "kind", "name", "records", "sent",
-             "limited", "no-event", "not-initialised", "failed", "shed", "events");
     Row total;
+    for (const Row& row : rows) total.add(row);
+    const bool withOff = total.outcomes[kOff] != 0;
+    if (withOff) {
+        out.line("%4s %-32s %9s %9s %9s %9s %15s %9s %9s %9s %9s", "kind", "name", "records", "sent",
+                 "limited", "no-event", "not-initialised", "failed", "shed", "off", "events");
+    } else {
+        out.line("%4s %-32s %9s %9s %9s %9s %15s %9s %9s %9s", "kind", "name", "records", "sent",
+                 "limited", "no-event", "not-initialised", "failed", "shed", "events");
+    }
     for (uint32_t kind = 0; kind < kVistelEventCount; ++kind) {
         char number[8];
         snprintf(number, sizeof(number), "%u", kind);
-        writeRow(out, number, counters::kindName(static_cast<VistelEvent>(kind)), rows[kind]);
-        total.add(rows[kind]);
+        writeRow(out, number, counters::kindName(static_cast<VistelEvent>(kind)), rows[kind],
+                 withOff);
     }
     // No record behind it: the camera stack's own calls of sendBootMsg, a call per record.
-    writeRow(out, "-", "direct sendBootMsg calls", rows[counters::kOutsideDispatch]);
-    total.add(rows[counters::kOutsideDispatch]);
-    writeRow(out, "", "total", total);
+    writeRow(out, "-", "direct sendBootMsg calls", rows[counters::kOutsideDispatch], withOff);
+    writeRow(out, "", "total", total, withOff);
     out.line("records in flight: %u now, %u at most, shed beyond %u", inFlightNow, inFlightPeak,
              InFlightBound::kBound);
     writeBinding(out, manager);

@@ -15,10 +15,12 @@
 #include "EntryDoor.h"
 #include "Immortal.h"
 #include "InFlightBound.h"
+#include "KindSwitch.h"
 #include "VistelCounters.h"
 #include "VistelKinds.h"
 #include "VistelLibLoader.h"
 #include "VistelLog.h"
+#include "VistelTrace.h"
 
 namespace orv {
 
@@ -63,10 +65,19 @@ VistelManager* managerStorage() {
 // place in flight is given back when this returns, or when the task is destroyed unrun.
 int runQueued(InFlightPlace place, std::shared_ptr<VistelEventBase> record) {
     place.reached();
+    traceCounter(kInFlightTrack, InFlightBound::instance().inFlight());
     const KindInfo& kind = kindInfo(place.kind());
     ReporterGate::Pass pass(reporterGate());
-    if (!pass.entered()) return refuseRecord(kind.kind, kind.handlerName, pass.seen());
-    return (managerStorage()->*kind.handler)(std::move(record));
+    if (!pass.entered()) {
+        // Its handler's door, which writes the record's section, is not reached.
+        TraceSection section(recordSection(kind.kind));
+        return refuseRecord(kind.kind, kind.handlerName, pass.seen());
+    }
+    const int result = (managerStorage()->*kind.handler)(std::move(record));
+    // Once the record's work is done, the switch's property is read when a read is due: while
+    // records flow, a change applies without waiting for a record that is switched off.
+    KindSwitch::instance().readWhenDue();
+    return result;
 }
 
 // Gives back the manager's reference to the service library, if it holds one.
@@ -98,6 +109,7 @@ QorThreadManager* workerPool() {
 void inForkedChild() {
     reporterGate().resetAfterFork();
     InFlightBound::instance().resetAfterFork();
+    KindSwitch::instance().resetAfterFork();
     Lifetime& lifetime = gLifetime.get();
     new (&lifetime.mutex) std::mutex();
     new (&lifetime.built) std::condition_variable();
@@ -263,6 +275,11 @@ std::future<int> VistelManager::reportMsgImpl(std::shared_ptr<VistelEventBase> e
         if (kind >= kVistelEventCount ||
             (state == ReporterGate::State::kOpen && !gRegistered[kind])) {
             VLOGE("%s() unknown event:%d, skip handling", __func__, kind);
+            return {};
+        }
+        // Switched off in the field: refused before it takes a place in flight, and counted.
+        if (KindSwitch::instance().isOff(kind)) {
+            KindSwitch::instance().refuse(kind, gPool);
             return {};
         }
         // Shed before anything else: a refused call is a few atomic updates.

@@ -17,6 +17,7 @@
 #include <string>
 
 #include "ReporterScope.h"
+#include "VistelTrace.h"
 
 namespace orv {
 
@@ -51,6 +52,7 @@ class OvrixField {
 // Hands `event` to the Ovrix service and counts its answer in the record's outcome. The
 // reporters go on whatever the answer: a lost report is not retried.
 inline void reportOvrix(OvrixEvent& event, ReporterScope& scope) {
+    TraceSection section("Ovrix::Report");
     scope.serviceAnswer(Ovrix::Report(event) == 0);
 }
 

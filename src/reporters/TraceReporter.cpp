@@ -40,7 +40,11 @@ int VistelManager::dumpTrace(std::shared_ptr<VistelEventBase> event) {
                       scope.reporter(), traceName);
         const std::string message =
                 "#ARG1:<" + record->traceName + ">#ARG2:<" + std::to_string(kTraceArgument) + ">";
-        const int printed = __orvlog_jank_print(kJankTypeSystrace, kJankIdSystrace, message.c_str());
+        int printed = 0;
+        {
+            TraceSection section("__orvlog_jank_print");
+            printed = __orvlog_jank_print(kJankTypeSystrace, kJankIdSystrace, message.c_str());
+        }
         scope.serviceAnswer(printed == 0);
         VISTEL_LOG_AT(ANDROID_LOG_INFO, scope.reporter(), "%s() calling systrace for %s end",
                       scope.reporter(), traceName);

@@ -1,17 +1,23 @@
 // Every kind reaches its own handler, with the service bound and (in a second process, whose
 // environment sets VISTEL_SERVICE=absent and names no folder with the service library) without
 // it, where the camera must keep working; the dump counts each record under its own kind.
+#include <QorThreadManager.h>
 #include <VistelManager.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <map>
+#include <set>
+#include <stdexcept>
 
 #include "FakeClock.h"
 #include "Handlers.h"
 #include "KindRegistry.h"
 #include "LibraryDump.h"
 #include "LogCapture.h"
+#include "TraceCapture.h"
 
 namespace vistel_test {
 namespace {
@@ -80,6 +86,127 @@ TEST(AllKindsTest, EachKindReachesItsOwnHandler) {
             }
         }
         EXPECT_TRUE(reached);
+    }
+}
+
+// ---- The system trace: what the library hands libcutils' trace markers, captured through the
+// harness's definitions of them (TraceCapture.h).
+
+using tracecapture::TraceMark;
+
+// The service calls a record's section may hold, one nested section each.
+bool isServiceCall(const std::string& name) {
+    return name == "LINK_Vistel_Send_Event" || name == "Ovrix::Report" ||
+           name == "__orvlog_jank_print";
+}
+
+// The sections of one capture: the top-level ones by name, the service calls nested in them, and
+// whether every begin has its end on its own thread, none ends unbegun and nothing nests deeper.
+struct Sections {
+    std::vector<std::string> records;
+    size_t serviceCalls = 0;
+    std::vector<std::string> problems;
+    std::set<std::string> counters;
+};
+
+Sections sectionsOf(const std::vector<TraceMark>& marks) {
+    Sections sections;
+    std::map<pid_t, std::vector<std::string>> open;  // per thread, outermost first
+    for (const TraceMark& mark : marks) {
+        std::vector<std::string>& stack = open[mark.tid];
+        switch (mark.type) {
+            case TraceMark::Type::kBegin:
+                if (stack.empty()) {
+                    sections.records.push_back(mark.name);
+                } else if (stack.size() == 1 && isServiceCall(mark.name)) {
+                    ++sections.serviceCalls;
+                } else {
+                    sections.problems.push_back(mark.name + " inside " + stack.back());
+                }
+                stack.push_back(mark.name);
+                break;
+            case TraceMark::Type::kEnd:
+                if (stack.empty()) {
+                    sections.problems.push_back("an end without its section");
+                } else {
+                    stack.pop_back();
+                }
+                break;
+            case TraceMark::Type::kCounter:
+                sections.counters.insert(mark.name);
+                break;
+        }
+    }
+    for (const auto& [tid, stack] : open) {
+        for (const std::string& name : stack) sections.problems.push_back(name + " never ended");
+    }
+    return sections;
+}
+
+// A record of each kind replayed with tracing on: exactly one section, named after its kind, on
+// the worker that ran it, a nested section per service call, balanced whether the record was sent
+// or (without the service) refused; the records in flight as a counter track.
+TEST(AllKindsTest, EachRecordIsOneBalancedTraceSectionNamedAfterItsKind) {
+    orv::VistelManager* manager = orv::VistelManager::GetInstance();
+    for (const vistel_tools::KindInfo& c : vistel_tools::kinds()) {
+        SCOPED_TRACE(c.name);
+        FakeClock::expireAllLimits();
+        const vistel_tools::LibraryDump before =
+                vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+        tracecapture::start();
+        std::future<int> result = manager->reportMsgImpl(c.make().record);
+        ASSERT_TRUE(result.valid());
+        result.get();
+        QorThreadManager::GetInstance()->waitIdle();
+        const Sections sections = sectionsOf(tracecapture::stop());
+        EXPECT_EQ(sections.records, std::vector<std::string>{std::string("vistel ") + c.name});
+        // One call per event the services took; none refused one here.
+        const vistel_tools::LibraryDump after =
+                vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+        EXPECT_EQ(sections.serviceCalls, (after.total - before.total).events);
+        EXPECT_EQ(sections.problems, std::vector<std::string>{});
+        EXPECT_EQ(sections.counters.count("vistel records in flight"), 1u);
+    }
+}
+
+// A record whose kind throws when asked.
+struct ThrowingLeak : orv::vistelMemLeak {
+    orv::VistelEvent GetEventType() override { throw std::runtime_error("kind unknown"); }
+};
+
+// Handlers called straight from the camera stack's thread end their section however the door
+// answers: refused (a record of another body), thrown through, or the direct sendBootMsg call.
+TEST(AllKindsTest, ASectionEndsHoweverTheHandlerAnswers) {
+    orv::VistelManager* manager = orv::VistelManager::GetInstance();
+    struct Case {
+        const char* what;
+        std::function<void()> call;
+        const char* section;
+    };
+    const Case cases[] = {
+            {"refused: another body",
+             [&] {
+                 manager->sendEventMemLeak(
+                         vistel_tools::kinds()[orv::kEventFrameDrop].make().record);
+             },
+             "vistel MemLeak"},
+            {"thrown through", [&] { manager->sendEventMemLeak(std::make_shared<ThrowingLeak>()); },
+             "vistel MemLeak"},
+            {"a null record", [&] { manager->FrameDropError(nullptr); }, "vistel FrameDrop"},
+            {"sendBootMsg",
+             [&] {
+                 std::vector<orv::SingleBootNode> nodes;
+                 manager->sendBootMsg(nodes);
+             },
+             "vistel sendBootMsg"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        tracecapture::start();
+        c.call();
+        const Sections sections = sectionsOf(tracecapture::stop());
+        EXPECT_EQ(sections.records, std::vector<std::string>{c.section});
+        EXPECT_EQ(sections.problems, std::vector<std::string>{});
     }
 }
 

@@ -6,12 +6,14 @@
 #include <LibraryDump.h>
 #include <QorThreadManager.h>
 
+#include <algorithm>
 #include <future>
 #include <regex>
 #include <thread>
 
 #include "FailingAllocations.h"
 #include "ReporterTest.h"
+#include "TraceCapture.h"
 
 namespace vistel_test {
 namespace {
@@ -218,6 +220,35 @@ TEST_F(InFlightBoundTest, ABootBurstShedsNothing) {
         }
     }
     EXPECT_EQ((libraryDump().total - before.total).shed, 0u);
+}
+
+// With tracing on, the records in flight and the records shed are counter tracks: in flight up to
+// the bound and back to none, shed counting every record refused since the process started.
+TEST_F(InFlightBoundTest, TheTraceCountsRecordsInFlightAndShed) {
+    constexpr int kRefusals = 3;
+    tracecapture::start();
+    {
+        HeldWorkers held;
+        fill(kBound, orv::kEventMemLeak);
+        shed(kRefusals, orv::kEventFrameDrop);
+    }
+    const std::vector<tracecapture::TraceMark> marks = tracecapture::stop();
+    std::vector<int64_t> inFlight;
+    std::vector<int64_t> shedTotals;
+    for (const tracecapture::TraceMark& mark : marks) {
+        if (mark.type != tracecapture::TraceMark::Type::kCounter) continue;
+        if (mark.name == "vistel records in flight") inFlight.push_back(mark.value);
+        if (mark.name == "vistel records shed") shedTotals.push_back(mark.value);
+    }
+    ASSERT_FALSE(inFlight.empty());
+    EXPECT_EQ(*std::max_element(inFlight.begin(), inFlight.end()), kBound);
+    EXPECT_EQ(*std::min_element(inFlight.begin(), inFlight.end()), 0);
+    const uint64_t shedSoFar = libraryDump().total.shed;
+    std::vector<int64_t> expected;
+    for (int i = kRefusals - 1; i >= 0; --i) {
+        expected.push_back(static_cast<int64_t>(shedSoFar) - i);
+    }
+    EXPECT_EQ(shedTotals, expected);
 }
 
 }  // namespace

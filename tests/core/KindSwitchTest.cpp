@@ -1,0 +1,191 @@
+// Kinds switched off by the vendor property: what a value switches off, and a switch set and
+// cleared while records flow, read on the workers within the stated period, never queued while
+// off, counted off, and the first record after a cleared switch sent.
+#include <KindRegistry.h>
+#include <KindSwitch.h>
+#include <LibraryDump.h>
+#include <QorThreadManager.h>
+#include <android-base/properties.h>
+
+#include "ReporterTest.h"
+
+namespace vistel_test {
+namespace {
+
+using orv::KindSwitch;
+
+constexpr uint32_t bit(orv::VistelEvent kind) {
+    return 1U << kind;
+}
+
+struct ParseCase {
+    const char* value;
+    bool understood;
+    uint32_t mask;
+};
+
+const ParseCase kParseCases[] = {
+        {"", true, 0},
+        {"   ", true, 0},
+        {"all", true, ~0U},
+        {"0", true, bit(orv::kEventMemLeak)},
+        {"31", true, bit(orv::kEventScanMsg)},
+        {"MemLeak,FrameDrop", true, bit(orv::kEventMemLeak) | bit(orv::kEventFrameDrop)},
+        {" MemLeak , 27 ", true, bit(orv::kEventMemLeak) | bit(orv::kEventFrameDrop)},
+        {"MemLeak FrameDrop", true, bit(orv::kEventMemLeak) | bit(orv::kEventFrameDrop)},
+        {"MemLeak,,", true, bit(orv::kEventMemLeak)},
+        {"all,MemLeak", true, ~0U},
+        // Nothing half understood: one word that names no kind and the value is ignored.
+        {"32", false, 0},
+        {"-1", false, 0},
+        {"007", false, 0},
+        {"memleak", false, 0},
+        {"sendEventMemLeak", false, 0},
+        {"MemLeak;FrameDrop", false, 0},
+        {"MemLeak,Bogus", false, 0},
+};
+
+TEST(KindSwitchTest, ValuesSwitchOffTheKindsTheyName) {
+    for (const ParseCase& c : kParseCases) {
+        SCOPED_TRACE(std::string("\"") + c.value + "\"");
+        uint32_t mask = 0xdead;
+        EXPECT_EQ(KindSwitch::parse(c.value, &mask), c.understood);
+        if (c.understood) {
+            EXPECT_EQ(mask, c.mask);
+        }
+    }
+}
+
+class KindSwitchFlowTest : public ReporterTest {
+  protected:
+    void TearDown() override {
+        setSwitch("");
+        settle();
+        ReporterTest::TearDown();
+    }
+
+    static void setSwitch(const std::string& value) {
+        ASSERT_TRUE(android::base::SetProperty(KindSwitch::kProperty, value));
+    }
+    // A read of the property is due again.
+    static void pastThePeriod() { FakeClock::advanceSeconds(KindSwitch::kRefreshPeriodNs / 1e9); }
+    // Everything queued has run, the reads the records prompted included.
+    static void settle() { QorThreadManager::GetInstance()->waitIdle(); }
+
+    static std::shared_ptr<orv::VistelEventBase> recordOf(orv::VistelEvent kind) {
+        return vistel_tools::kinds()[kind].make().record;
+    }
+    static vistel_tools::DumpRow counted(orv::VistelEvent kind) {
+        return vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines()).kinds.at(kind);
+    }
+    // Hands over a record of `kind` and says whether it was queued; a queued one is waited for.
+    static bool queued(orv::VistelEvent kind) {
+        std::future<int> result = manager()->reportMsgImpl(recordOf(kind));
+        if (!result.valid()) return false;
+        result.get();
+        settle();
+        return true;
+    }
+};
+
+// How the switch is cleared: by records of another kind, which a worker runs and then reads the
+// property, or with every kind off, by the records refused at the door alone, whose door queues
+// the read on the pool.
+struct FlowCase {
+    const char* value;
+    orv::VistelEvent off;
+    orv::VistelEvent other;  // a kind left on, or the same kind when every kind is off
+};
+
+const FlowCase kFlowCases[] = {
+        {"MemLeak", orv::kEventMemLeak, orv::kEventMemShortage},
+        {"2", orv::kEventMemLimit, orv::kEventMemLeak},
+        {"all", orv::kEventMemLeak, orv::kEventMemLeak},
+};
+
+TEST_F(KindSwitchFlowTest, SwitchedOffAndOnAgainWhileRecordsFlow) {
+    for (const FlowCase& c : kFlowCases) {
+        SCOPED_TRACE(c.value);
+        FakeClock::expireAllLimits();
+        setSwitch(c.value);
+        // A record run once the period is over has its worker read the property.
+        pastThePeriod();
+        if (c.other != c.off) {
+            EXPECT_TRUE(queued(c.other));
+        } else {
+            queued(c.off);
+        }
+        settle();
+        vistelhost::reset();
+        ovrixhost::reset();
+        orvloghost::reset();
+
+        const vistel_tools::DumpRow before = counted(c.off);
+        EXPECT_FALSE(queued(c.off));
+        EXPECT_FALSE(queued(c.off));
+        const vistel_tools::DumpRow since = counted(c.off) - before;
+        EXPECT_EQ(since.records, 2u);
+        EXPECT_EQ(since.off, 2u);
+        EXPECT_EQ(since.outcomes(), since.records);
+        EXPECT_TRUE(vistelhost::sentEvents().empty());
+        EXPECT_TRUE(ovrixhost::reported().empty());
+        if (c.other != c.off) {
+            EXPECT_TRUE(queued(c.other)) << "only the kinds named are off";
+        }
+
+        // Cleared: not read again before the period is over, read after it without a restart.
+        setSwitch("");
+        EXPECT_FALSE(queued(c.off)) << "read again within the period";
+        pastThePeriod();
+        if (c.other != c.off) {
+            EXPECT_TRUE(queued(c.other));
+        } else {
+            EXPECT_FALSE(queued(c.off)) << "the read it prompts is queued, not made here";
+        }
+        settle();
+        // Out of the limiter's way: a record sent before the switch was set would limit it.
+        FakeClock::expireAllLimits();
+        vistelhost::reset();
+        const vistel_tools::DumpRow cleared = counted(c.off);
+        EXPECT_TRUE(queued(c.off)) << "the first record after the switch was cleared";
+        EXPECT_EQ((counted(c.off) - cleared).sent, 1u);
+        EXPECT_EQ(vistelhost::sentEvents().size() + ovrixhost::reported().size(), 1u);
+    }
+}
+
+TEST_F(KindSwitchFlowTest, AValueNotUnderstoodIsSaidOnceAndIgnored) {
+    setSwitch("MemLeak");
+    pastThePeriod();
+    queued(orv::kEventMemShortage);
+    setSwitch("MemLeak,Bogus");
+    for (int read = 0; read < 3; ++read) {
+        pastThePeriod();
+        EXPECT_TRUE(queued(orv::kEventMemShortage));
+    }
+    // The kinds switched off stay as they were.
+    EXPECT_FALSE(queued(orv::kEventMemLeak));
+    size_t said = 0;
+    for (const LogLine& line : mLog.lines()) {
+        if (line.body.find("\"MemLeak,Bogus\" not understood, ignored") != std::string::npos) {
+            EXPECT_EQ(line.priority, ANDROID_LOG_ERROR);
+            ++said;
+        }
+    }
+    EXPECT_EQ(said, 1u);
+}
+
+TEST_F(KindSwitchFlowTest, TheDumpShowsTheOffColumnOnceARecordWasSwitchedOff) {
+    setSwitch("HDRPData");
+    pastThePeriod();
+    queued(orv::kEventMemShortage);
+    EXPECT_FALSE(queued(orv::kEventHDRPData));
+    const std::vector<std::string> lines = vistel_tools::libraryDumpLines();
+    const vistel_tools::LibraryDump dump = vistel_tools::parseLibraryDump(lines);
+    EXPECT_TRUE(dump.offShown);
+    EXPECT_TRUE(dump.unparsed.empty());
+    EXPECT_TRUE(dump.rowsNotAddingUp().empty());
+    EXPECT_GE(dump.kinds.at(orv::kEventHDRPData).off, 1u);
+}
+
+}  // namespace
+}  // namespace vistel_test
