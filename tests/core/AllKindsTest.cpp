@@ -1,18 +1,23 @@
 // Every kind reaches its own handler, with the service bound and (in a second process, whose
 // environment sets VISTEL_SERVICE=absent and names no folder with the service library) without
 // it, where the camera must keep working; the dump counts each record under its own kind.
+#include <LogCapture.h>
+#include <VirtualClock.h>
 #include <VistelManager.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
 
-#include "FakeClock.h"
 #include "KindRegistry.h"
 #include "LibraryDump.h"
-#include "LogCapture.h"
 
 namespace vistel_test {
+
+using vistel_harness::LogCapture;
+using vistel_harness::LogLine;
+using vistel_harness::VirtualClock;
+
 namespace {
 
 bool serviceAbsent() {
@@ -60,7 +65,7 @@ TEST(AllKindsTest, EachKindReachesItsOwnHandler) {
     orv::VistelManager* manager = orv::VistelManager::GetInstance();
     for (const vistel_tools::KindInfo& c : vistel_tools::kinds()) {
         SCOPED_TRACE(c.handler);
-        FakeClock::expireAllLimits();
+        VirtualClock::expireAllLimits();
         log.clear();
         std::shared_ptr<orv::VistelEventBase> record = c.make().record;
         ASSERT_EQ(record->GetEventType(), c.kind);

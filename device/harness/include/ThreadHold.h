@@ -9,7 +9,7 @@
 #include <condition_variable>
 #include <mutex>
 
-namespace vistel_test {
+namespace vistel_harness {
 
 template <typename Point>
 class ThreadHold {
@@ -46,4 +46,4 @@ class ThreadHold {
     bool mOpen = false;     // guarded by mMutex
 };
 
-}  // namespace vistel_test
+}  // namespace vistel_harness
