@@ -1,6 +1,5 @@
 #include "LogCapture.h"
 
-#include <cstdlib>
 #include <mutex>
 #include <utility>
 
@@ -25,7 +24,7 @@ LogLine parse(int priority, const char* tag, const char* message) {
         return line;
     }
     line.function = text.substr(0, open);
-    line.line = std::atoi(text.c_str() + open + 1);
+    line.line = std::stoi(text.substr(open + 1, close - open - 1));
     line.buildTag = text.substr(close + 4, tagEnd - close - 4);
     line.body = text.substr(tagEnd + 1);
     return line;

@@ -11,7 +11,7 @@ namespace {
 std::atomic<int64_t> gNowNs{1000 * kNanosPerSecond};
 std::atomic<void (*)()> gReadHook{nullptr};
 // Longer than every quiet period of the limiter.
-constexpr int64_t kLongestQuietPeriodNs = 10 * 3600 * kNanosPerSecond;
+constexpr int64_t kLongestQuietPeriodNs = kNanosPerSecond * 3600 * 10;
 }  // namespace
 
 int64_t VirtualClock::nowNs() {
