@@ -44,6 +44,16 @@
 #define VISTEL_EXPORT __attribute__((visibility("default")))
 #define VISTEL_HIDDEN __attribute__((visibility("hidden")))
 
+// Which lock guards which state, in a form clang checks (-Wthread-safety). The attributes change
+// no layout or symbol; other compilers see nothing.
+#if defined(__clang__)
+#define VISTEL_THREAD_ATTRIBUTE(x) __attribute__((x))
+#else
+#define VISTEL_THREAD_ATTRIBUTE(x)
+#endif
+#define VISTEL_GUARDED_BY(x) VISTEL_THREAD_ATTRIBUTE(guarded_by(x))
+#define VISTEL_REQUIRES(x) VISTEL_THREAD_ATTRIBUTE(requires_capability(x))
+
 class QorThreadManager;
 
 namespace orv {
@@ -75,13 +85,17 @@ class VistelManager {
         FrequencyLimit(const FrequencyLimit&) = delete;
         FrequencyLimit& operator=(const FrequencyLimit&) = delete;
 
+        // The limiter's mutex: a plain POSIX mutex, named as a lock for clang's checks.
+        typedef pthread_mutex_t Mutex VISTEL_THREAD_ATTRIBUTE(capability("mutex"));
+
         // Generic deciders over one hour. They update the state they are handed and never
         // lock: the caller holds mMutex. A map past a few thousand keys drops, as keys are added,
         // those whose hour has run out; their next record passes as it would have.
-        bool limitBy0Item(long* time) const;
-        bool limitBy1Item(std::map<std::string, long>* record, std::string key) const;
+        bool limitBy0Item(long* time) const VISTEL_REQUIRES(mMutex);
+        bool limitBy1Item(std::map<std::string, long>* record, std::string key) const
+                VISTEL_REQUIRES(mMutex);
         bool limitBy2Item(std::map<std::string, std::map<std::string, long>>* record,
-                          std::string key1, std::string key2) const;
+                          std::string key1, std::string key2) const VISTEL_REQUIRES(mMutex);
 
         // Per-kind policies; the keyed ones lock mMutex around the whole decision.
         VISTEL_EXPORT bool limitEventMemLeak(vistelMemLeak* data);
@@ -118,28 +132,30 @@ class VistelManager {
         std::array<KeyCount, kKeyedPolicies> keyCounts() const;
 
       private:
-        // Keyed by a record text, per kind; guarded by mMutex.
-        std::map<std::string, long> mMemLeakRecord;
-        std::map<std::string, long> mMemShortageRecord;
-        std::map<std::string, long> mMemLimitRecord;
-        long mMemEfficiencyWarningTime;  // guarded by mMutex
-        long mMemAllocFailTime;          // guarded by mMutex
+        // Keyed by a record text, per kind.
+        std::map<std::string, long> mMemLeakRecord VISTEL_GUARDED_BY(mMutex);
+        std::map<std::string, long> mMemShortageRecord VISTEL_GUARDED_BY(mMutex);
+        std::map<std::string, long> mMemLimitRecord VISTEL_GUARDED_BY(mMutex);
+        long mMemEfficiencyWarningTime VISTEL_GUARDED_BY(mMutex);
+        long mMemAllocFailTime VISTEL_GUARDED_BY(mMutex);
         // The self-contained policies take no lock; a compare-and-swap on the stored time lets
         // exactly one of two simultaneous events through.
         std::atomic<long> mDumpSysTraceTime;
         std::atomic<long> mVideoPerfTime;
         std::atomic<long> mBootPerfTime;
         std::atomic<long> mSnapshotRetFrmIntervalTime;
-        std::map<std::string, long> mPreviewBufferRefLeakRecord;
-        std::map<std::string, long> mCaptureBufferRefLeakRecord;
-        std::map<std::string, long> mAlgoProcessTimeoutWarningRecord;
-        std::map<std::string, long> mAlgoProcessTimeoutErrorRecord;
-        std::map<std::string, long> mSnapshotTimeoutWarningRecord;
-        std::map<std::string, long> mSnapshotTimeoutErrorRecord;
-        // Keyed by (first name, second name); guarded by mMutex.
-        std::map<std::string, std::map<std::string, long>> mOtherTimeoutErrorRecord;
-        std::map<std::string, std::map<std::string, long>> mOtherTimeoutWarningRecord;
-        mutable pthread_mutex_t mMutex;
+        std::map<std::string, long> mPreviewBufferRefLeakRecord VISTEL_GUARDED_BY(mMutex);
+        std::map<std::string, long> mCaptureBufferRefLeakRecord VISTEL_GUARDED_BY(mMutex);
+        std::map<std::string, long> mAlgoProcessTimeoutWarningRecord VISTEL_GUARDED_BY(mMutex);
+        std::map<std::string, long> mAlgoProcessTimeoutErrorRecord VISTEL_GUARDED_BY(mMutex);
+        std::map<std::string, long> mSnapshotTimeoutWarningRecord VISTEL_GUARDED_BY(mMutex);
+        std::map<std::string, long> mSnapshotTimeoutErrorRecord VISTEL_GUARDED_BY(mMutex);
+        // Keyed by (first name, second name).
+        std::map<std::string, std::map<std::string, long>> mOtherTimeoutErrorRecord
+                VISTEL_GUARDED_BY(mMutex);
+        std::map<std::string, std::map<std::string, long>> mOtherTimeoutWarningRecord
+                VISTEL_GUARDED_BY(mMutex);
+        mutable Mutex mMutex;
     };
 
     VISTEL_EXPORT static VistelManager* GetInstance();

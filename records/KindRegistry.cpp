@@ -1,5 +1,7 @@
 #include "KindRegistry.h"
 
+#include <VistelKinds.h>
+
 #include <cstdlib>
 #include <type_traits>
 #include <vector>
@@ -8,10 +10,9 @@ namespace vistel_tools {
 
 namespace {
 
-template <orv::VistelEvent Kind, typename Record, typename Body>
+template <orv::VistelEvent Kind, typename Record>
 RecordInstance makeRecord() {
-    static_assert(std::is_same_v<Body, typename orv::VistelKindBody<Kind>::type>,
-                  "the table names another body than VistelRecords.h gives the kind");
+    using Body = typename orv::VistelKindBody<Kind>::type;
     auto record = std::make_shared<Record>();  // value-initialised: every field zero
     Body* body = record.get();
     return {std::move(record), body};
@@ -41,112 +42,108 @@ constexpr KindResults kAnswersOnly = {kNo, kNo, 0, kNo, kNo, kNo};
 // Answers -2, not -1, when the service is not bound.
 constexpr KindResults kScanResults = {0, kNo, 0, -2, -1, kNo};
 
-#define VISTEL_KIND(Name, handler, Record, Body, service, events, limit, results)              \
-    KindInfo {                                                                                 \
-        orv::kEvent##Name, #Name, #handler, #Record, Service::service, events, limit, results, \
-                &layoutOf<orv::Body>, &makeRecord<orv::kEvent##Name, orv::Record, orv::Body>   \
-    }
+// The contract each kind's records are held to, written here independently of the library: the
+// service that receives them, the events sent, the limit that may drop them and what the future
+// yields. The kinds' identity (name, handler, record type) comes from the library's kind list.
+struct Contract {
+    orv::VistelEvent kind;
+    Service service;
+    const char* events;
+    LimitPolicy limit;
+    KindResults results;
+};
 
 // clang-format off
-const std::array<KindInfo, orv::kVistelEventCount> kKinds = {{
-    VISTEL_KIND(MemLeak, sendEventMemLeak, vistelMemLeak, vistelMemLeak,
-                kVistel, "918000000", perName("limitEventMemLeak"), kFaultResults),
-    VISTEL_KIND(MemShortage, sendEventMemShortage, vistelMemShortage, vistelMemShortage,
-                kVistel, "918000001",
-                (LimitPolicy{"limitEventMemShortage", 3600, "value1 (its bytes as text)"}),
-                kFaultResults),
-    VISTEL_KIND(MemLimit, sendEventMemLimit, vistelMemLimit, vistelMemLimit,
-                kVistel, "918001000", perName("limitEventMemLimit"), kFaultResults),
-    VISTEL_KIND(MemEfficiencyWarning, sendEventMemEfficiencyWarning, vistelMemEfficiencyWarning,
-                vistelMemEfficiencyWarning,
-                kVistel, "918001001", perKind("limitEventMemEfficiencyWarning", 3600),
-                kFaultResults),
-    VISTEL_KIND(MemAllocFail, sendEventMemAllocFail, vistelMemAllocFail, vistelMemAllocFail,
-                kVistel, "918000002", perKind("limitEventMemAllocFail", 3600), kFaultResults),
-    VISTEL_KIND(PreviewBufferRefLeak, sendEventPreviewBufferRefLeak, vistelPreviewBufferRefLeak,
-                vistelPreviewBufferRefLeak,
-                kVistel, "918000020", perName("limitEventPreviewBufferRefLeak"), kFaultResults),
-    VISTEL_KIND(CaptureBufferRefLeak, sendEventCaptureBufferRefLeak, vistelCaptureBufferRefLeak,
-                vistelCaptureBufferRefLeak,
-                kVistel, "918000021", perName("limitEventCaptureBufferRefLeak"), kFaultResults),
-    VISTEL_KIND(AlgoProcessTimeoutWarning, sendEventAlgoProcessTimeoutWarning,
-                vistelAlgoProcessTimeoutWarning, vistelAlgoProcessTimeout,
-                kVistel, "918001020", perName("limitEventAlgoProcessTimeoutWarning"),
-                kFaultResults),
-    VISTEL_KIND(AlgoProcessTimeoutError, sendEventAlgoProcessTimeoutError,
-                vistelAlgoProcessTimeoutError, vistelAlgoProcessTimeout,
-                kVistel, "918000040", perName("limitEventAlgoProcessTimeoutError"), kFaultResults),
-    VISTEL_KIND(SnapshotTimeoutWarning, sendEventSnapshotTimeoutWarning,
-                vistelSnapshotTimeoutWarning, vistelSnapshotTimeout,
-                kVistel, "918001040", perName("limitEventSnapshotTimeoutWarning"), kFaultResults),
-    VISTEL_KIND(SnapshotTimeoutError, sendEventSnapshotTimeoutError,
-                vistelSnapshotTimeoutError, vistelSnapshotTimeout,
-                kVistel, "918000060", perName("limitEventSnapshotTimeoutError"), kFaultResults),
-    VISTEL_KIND(OtherTimeoutWarning, sendEventOtherTimeoutWarning,
-                vistelOtherTimeoutWarning, vistelOtherTimeout,
-                kVistel, "918001041",
-                (LimitPolicy{"limitEventOtherTimeoutWarning", 3600, "(firstName, secondName)"}),
-                kFaultResults),
-    VISTEL_KIND(OtherTimeoutError, sendEventOtherTimeoutError,
-                vistelOtherTimeoutError, vistelOtherTimeout,
-                kVistel, "918000061",
-                (LimitPolicy{"limitEventOtherTimeoutError", 3600, "(firstName, secondName)"}),
-                kFaultResults),
-    VISTEL_KIND(SnapshotBigdata, sendEventSnapshotBigdata, vistelSnapshotBigdata,
-                vistelSnapshotBigdata, kVistel, "918009000", kNever, kUnlimitedResults),
-    VISTEL_KIND(SnapshotAfBigdata, SendEventSnapshotAfBigdata, vistelSnapshotAfBigdata,
-                vistelSnapshotAfBigdata, kVistel, "918009001", kNever, kUnlimitedResults),
-    VISTEL_KIND(StatisticData, sendEventStatisticData, vistelStatisticData, vistelStatisticData,
-                kVistel, "918009002", kNever, kUnlimitedResults),
-    VISTEL_KIND(HDRPData, sendEventHDRPData, vistelHDRPData, vistelHDRPData,
-                kVistel, "918009003", kNever, kUnlimitedResults),
-    VISTEL_KIND(SnapshotBigdataV2, SendEventSnapshotBigdataV2, vistelSnapshotBigdataV2,
-                vistelSnapshotBigdataV2, kVistel, "918009005", kNever, kUnlimitedResults),
+constexpr Contract kContracts[] = {
+    {orv::kEventMemLeak, Service::kVistel, "918000000",
+     perName("limitEventMemLeak"), kFaultResults},
+    {orv::kEventMemShortage, Service::kVistel, "918000001",
+     (LimitPolicy{"limitEventMemShortage", 3600, "value1 (its bytes as text)"}), kFaultResults},
+    {orv::kEventMemLimit, Service::kVistel, "918001000",
+     perName("limitEventMemLimit"), kFaultResults},
+    {orv::kEventMemEfficiencyWarning, Service::kVistel, "918001001",
+     perKind("limitEventMemEfficiencyWarning", 3600), kFaultResults},
+    {orv::kEventMemAllocFail, Service::kVistel, "918000002",
+     perKind("limitEventMemAllocFail", 3600), kFaultResults},
+    {orv::kEventPreviewBufferRefLeak, Service::kVistel, "918000020",
+     perName("limitEventPreviewBufferRefLeak"), kFaultResults},
+    {orv::kEventCaptureBufferRefLeak, Service::kVistel, "918000021",
+     perName("limitEventCaptureBufferRefLeak"), kFaultResults},
+    {orv::kEventAlgoProcessTimeoutWarning, Service::kVistel, "918001020",
+     perName("limitEventAlgoProcessTimeoutWarning"), kFaultResults},
+    {orv::kEventAlgoProcessTimeoutError, Service::kVistel, "918000040",
+     perName("limitEventAlgoProcessTimeoutError"), kFaultResults},
+    {orv::kEventSnapshotTimeoutWarning, Service::kVistel, "918001040",
+     perName("limitEventSnapshotTimeoutWarning"), kFaultResults},
+    {orv::kEventSnapshotTimeoutError, Service::kVistel, "918000060",
+     perName("limitEventSnapshotTimeoutError"), kFaultResults},
+    {orv::kEventOtherTimeoutWarning, Service::kVistel, "918001041",
+     (LimitPolicy{"limitEventOtherTimeoutWarning", 3600, "(firstName, secondName)"}), kFaultResults},
+    {orv::kEventOtherTimeoutError, Service::kVistel, "918000061",
+     (LimitPolicy{"limitEventOtherTimeoutError", 3600, "(firstName, secondName)"}), kFaultResults},
+    {orv::kEventSnapshotBigdata, Service::kVistel, "918009000",
+     kNever, kUnlimitedResults},
+    {orv::kEventSnapshotAfBigdata, Service::kVistel, "918009001",
+     kNever, kUnlimitedResults},
+    {orv::kEventStatisticData, Service::kVistel, "918009002",
+     kNever, kUnlimitedResults},
+    {orv::kEventHDRPData, Service::kVistel, "918009003",
+     kNever, kUnlimitedResults},
+    {orv::kEventSnapshotBigdataV2, Service::kVistel, "918009005",
+     kNever, kUnlimitedResults},
     // Answered without a report: another component takes these traces.
-    VISTEL_KIND(AlgoProcessTimeoutDumpSystrace, SendEventAlgoProcessTimeoutDumpSystrace,
-                vistelAlgoProcessTimeoutDumpSystrace, vistelAlgoProcessTimeout,
-                kNone, "-", kNever, kAnswersOnly),
-    VISTEL_KIND(FlushProcessTimeoutError, sendEventFlushProcessTimeoutError,
-                vistelFlushProcessTimeout, vistelOtherTimeout, kVistel, "918001041", kNever,
-                kUnlimitedResults),
-    VISTEL_KIND(StopProcessTimeoutError, sendEventStopProcessTimeoutError,
-                vistelStopProcessTimeout, vistelOtherTimeout, kVistel, "918001041", kNever,
-                kUnlimitedResults),
-    VISTEL_KIND(SessionUninitProcessTimeoutError, sendEventSessionUninitProcessTimeoutError,
-                vistelSessionUninitProcessTimeout, vistelOtherTimeout,
-                kVistel, "918001041", kNever, kUnlimitedResults),
-    VISTEL_KIND(ConfigStreamProcessTimeoutError, sendEventConfigStreamProcessTimeoutError,
-                vistelConfigStreamProcessTimeout, vistelOtherTimeout,
-                kVistel, "918001041", kNever, kUnlimitedResults),
-    VISTEL_KIND(VideoPerfData, sendEventVideoPerfData, vistelVideoPerfData, vistelVideoPerfData,
-                kOvrix, "918009006 [918009007]",
-                perKind("limitEventSnapshotRetFrmIntervalError", 60), kLimitedResults),
-    VISTEL_KIND(PostProcessTimeoutError, sendEventPostProcessTimeoutError,
-                vistelPostProcessTimeOut, vistelPostProcessTimeOut, kVistel, "918000040", kNever,
-                kUnlimitedResults),
-    VISTEL_KIND(BootTimeout, sendBootTimeout, vistelBootTimeout, vistelBootMsg,
-                kOvrix, "918009009 [918009008] per node", perKind("limitEventBootPerf", 600),
-                kLimitedMaybeEmpty),
-    VISTEL_KIND(DumpTrace, dumpTrace, vistelDumpTrace, vistelDumpTrace,
-                kJankPrint, "type 3, id 474", perKind("LimitDumpSysTraceError", 360),
-                kLimitedResults),
-    VISTEL_KIND(FrameDrop, FrameDropError, vistelFrameDrop, vistelFrameDrop,
-                kOvrix, "918009006 [918009007] per group", perKind("limitEventVideoPerf", 600),
-                kLimitedMaybeEmpty),
-    VISTEL_KIND(MemoryExceedThreshold, sendMemoryExceedThreshold, vistelMemExceedThreshold,
-                vistelMemExceedThreshold, kOvrix, "918009011 [918009010]", kNever,
-                kUnlimitedResults),
-    VISTEL_KIND(MemoryAllocTimeout, sendMemoryAllocTimeout, vistelMemAllocTimeout,
-                vistelMemAllocTimeout, kOvrix, "918009013 [918009012 [918009010]]", kNever,
-                kUnlimitedResults),
-    VISTEL_KIND(DailyTempRise, sendDailyTempRise, vistelDailyTempRise, vistelDailyTempRise,
-                kOvrix, "918009009 [918009008] per 60 entries", kNever, kUnlimitedMaybeEmpty),
-    VISTEL_KIND(ScanMsg, sendScanMsgReport, vistelScanMsg, vistelBootMsg,
-                kOvrix, "918009009 [918009008] per node", kNever, kScanResults),
-}};
+    {orv::kEventAlgoProcessTimeoutDumpSystrace, Service::kNone, "-",
+     kNever, kAnswersOnly},
+    {orv::kEventFlushProcessTimeoutError, Service::kVistel, "918001041",
+     kNever, kUnlimitedResults},
+    {orv::kEventStopProcessTimeoutError, Service::kVistel, "918001041",
+     kNever, kUnlimitedResults},
+    {orv::kEventSessionUninitProcessTimeoutError, Service::kVistel, "918001041",
+     kNever, kUnlimitedResults},
+    {orv::kEventConfigStreamProcessTimeoutError, Service::kVistel, "918001041",
+     kNever, kUnlimitedResults},
+    {orv::kEventVideoPerfData, Service::kOvrix, "918009006 [918009007]",
+     perKind("limitEventSnapshotRetFrmIntervalError", 60), kLimitedResults},
+    {orv::kEventPostProcessTimeoutError, Service::kVistel, "918000040",
+     kNever, kUnlimitedResults},
+    {orv::kEventBootTimeout, Service::kOvrix, "918009009 [918009008] per node",
+     perKind("limitEventBootPerf", 600), kLimitedMaybeEmpty},
+    {orv::kEventDumpTrace, Service::kJankPrint, "type 3, id 474",
+     perKind("LimitDumpSysTraceError", 360), kLimitedResults},
+    {orv::kEventFrameDrop, Service::kOvrix, "918009006 [918009007] per group",
+     perKind("limitEventVideoPerf", 600), kLimitedMaybeEmpty},
+    {orv::kEventMemoryExceedThreshold, Service::kOvrix, "918009011 [918009010]",
+     kNever, kUnlimitedResults},
+    {orv::kEventMemoryAllocTimeout, Service::kOvrix, "918009013 [918009012 [918009010]]",
+     kNever, kUnlimitedResults},
+    {orv::kEventDailyTempRise, Service::kOvrix, "918009009 [918009008] per 60 entries",
+     kNever, kUnlimitedMaybeEmpty},
+    {orv::kEventScanMsg, Service::kOvrix, "918009009 [918009008] per node",
+     kNever, kScanResults},
+};
 // clang-format on
 
-#undef VISTEL_KIND
+constexpr bool contractsInKindOrder() {
+    for (size_t i = 0; i < std::size(kContracts); ++i) {
+        if (kContracts[i].kind != i) return false;
+    }
+    return std::size(kContracts) == orv::kVistelEventCount;
+}
+static_assert(contractsInKindOrder(), "one contract per kind, in kind order");
+
+#define VISTEL_TOOL_KIND(Kind, handler, Record, refused)              \
+    KindInfo{orv::kEvent##Kind,                                       \
+             #Kind,                                                   \
+             #handler,                                                \
+             #Record,                                                 \
+             kContracts[orv::kEvent##Kind].service,                   \
+             kContracts[orv::kEvent##Kind].events,                    \
+             kContracts[orv::kEvent##Kind].limit,                     \
+             kContracts[orv::kEvent##Kind].results,                   \
+             &layoutOf<orv::VistelKindBody<orv::kEvent##Kind>::type>, \
+             &makeRecord<orv::kEvent##Kind, orv::Record>},
+const std::array<KindInfo, orv::kVistelEventCount> kKinds = {{VISTEL_KINDS(VISTEL_TOOL_KIND)}};
+#undef VISTEL_TOOL_KIND
 
 bool isNumber(const std::string& text) {
     return !text.empty() && text.size() <= 3 &&

@@ -84,32 +84,12 @@ struct StructLayout {
     const Field* find(const std::string& fieldName) const;
 };
 
-// The table of structure T; declared for every structure of VistelRecords.h below.
+// The table of structure T, defined for every structure of VistelRecords.h with fields (the
+// library's RecordLayouts.h lists them).
 template <typename T>
 const StructLayout& layoutOf();
 
 // Every structure with a table: the record bodies and the structures nested in them.
-#define VISTEL_RECORD_STRUCTS(X)                                                                   \
-    X(vistelMemLeak)                                                                               \
-    X(vistelMemShortage)                                                                           \
-    X(vistelMemLimit)                                                                              \
-    X(vistelMemEfficiencyWarning) X(vistelMemAllocFail) X(vistelPreviewBufferRefLeak)              \
-            X(vistelCaptureBufferRefLeak) X(vistelAlgoProcessTimeout) X(vistelSnapshotTimeout)     \
-                    X(vistelOtherTimeout) X(vistelPostProcessTimeOut) X(vistelSnapshotBigdata) X(  \
-                            vistelPerfItem) X(vistelSnapshotBigdataV2) X(vistelSnapshotAfBigdata)  \
-                            X(vistelStatisticData) X(vistelHDRPData) X(vistelVideoPerfSubData) X(  \
-                                    vistelVideoPerfInfo) X(vistelVideoPerfData) X(vistelFrameDrop) \
-                                    X(vistelProcessMemInfo) X(vistelMemExceedThreshold)            \
-                                            X(vistelBufAllocInfo) X(vistelMemAllocTimeout)         \
-                                                    X(vistelDailyTempRise) X(vistelBootStepCost)   \
-                                                            X(SingleBootNode) X(vistelBootMsg)     \
-                                                                    X(vistelDumpTrace)
-
-#define VISTEL_DECLARE_LAYOUT(T) \
-    template <>                  \
-    const StructLayout& layoutOf<orv::T>();
-VISTEL_RECORD_STRUCTS(VISTEL_DECLARE_LAYOUT)
-#undef VISTEL_DECLARE_LAYOUT
 
 // "int32", "char[64]", "uint32[16]", "vector<vistelProcessMemInfo>", "map<string, vector<...>>".
 std::string typeName(const Field& field);

@@ -1,6 +1,7 @@
 #define LOG_TAG "VistelManager"
 
 #include "EntryDoor.h"
+#include "Immortal.h"
 
 #include <utils/Timers.h>
 
@@ -12,8 +13,8 @@ namespace orv {
 namespace {
 
 // One limit for every refused call: after destruction a whole queue of records may arrive.
-RateLimitedLine gRefusedLine;
-RateLimitedLine gForeignLine;
+VISTEL_CONSTINIT RateLimitedLine gRefusedLine;
+VISTEL_CONSTINIT RateLimitedLine gForeignLine;
 
 const char* describe(ReporterGate::State seen) {
     switch (seen) {

@@ -1,4 +1,4 @@
-// The one way this library keeps an object for the whole life of the process.
+// The two ways this library keeps state for the whole life of the process.
 //
 // Reports may still arrive while the process exits: from late pool tasks, from exit handlers and
 // from static destructors of other libraries. Whatever they can reach (the gate, the loader's
@@ -7,11 +7,21 @@
 // which a re-entered construction deadlocks on or aborts). An Immortal is built when the library
 // is loaded, before anything can call into it, and its object is never destroyed: the holder
 // itself is trivially destructible, so nothing is registered to run at exit.
+//
+// State with a constant initialiser and nothing to destroy (counters, flags, atomics) needs no
+// holder: VISTEL_CONSTINIT makes the compiler refuse a definition that would be initialised at
+// run time instead.
 #pragma once
 
 #include <new>
 #include <type_traits>
 #include <utility>
+
+#if defined(__clang__)
+#define VISTEL_CONSTINIT [[clang::require_constant_initialization]]
+#else
+#define VISTEL_CONSTINIT __constinit
+#endif
 
 namespace orv {
 

@@ -1,6 +1,7 @@
 #define LOG_TAG "VistelManager"
 
 #include "InFlightBound.h"
+#include "Immortal.h"
 
 #include <utils/Timers.h>
 
@@ -18,7 +19,7 @@ constexpr const char kDoor[] = "reportMsgImpl";
 
 }  // namespace
 
-InFlightBound gInFlightBound;
+VISTEL_CONSTINIT InFlightBound gInFlightBound;
 
 void InFlightBound::raisePeak(uint32_t count) {
     uint32_t peak = mPeak.load(std::memory_order_relaxed);

@@ -1,14 +1,16 @@
 #include "VistelCounters.h"
 
+#include "Immortal.h"
+
 namespace orv {
 namespace counters {
 
-KindCounters gRows[kVistelEventCount + 1];
+VISTEL_CONSTINIT KindCounters gRows[kVistelEventCount + 1];
 
 namespace {
 
-std::atomic<Binding> gBinding{Binding::kNotTried};
-std::atomic<const char*> gMissingFunction{nullptr};
+VISTEL_CONSTINIT std::atomic<Binding> gBinding{Binding::kNotTried};
+VISTEL_CONSTINIT std::atomic<const char*> gMissingFunction{nullptr};
 
 }  // namespace
 

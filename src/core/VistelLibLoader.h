@@ -63,9 +63,8 @@ class VistelLibLoader : public SharedObjectLoader {
     // The first client function loadFuns() did not find, or null.
     const char* mMissingFunction = nullptr;
 
-    // Guarded by lock().
-    static VistelLibLoader* sInstance;
-    static int32_t sRefCount;
+    static VistelLibLoader* sInstance GUARDED_BY(lock());
+    static int32_t sRefCount GUARDED_BY(lock());
     // The class mutex: built when the library loads and never destroyed, so that a first
     // GetInstance() made by an exit handler, after static destructors ran, still finds it whole.
     static android::Mutex& lock();

@@ -30,10 +30,10 @@ const std::string kCalibDumpPath = "/data/vendor/camera/img/gos_calib_offline_te
 
 // The process's worker pool, taken when the manager is built; the camera thread reads it without
 // touching the manager.
-QorThreadManager* gPool = nullptr;
+VISTEL_CONSTINIT QorThreadManager* gPool = nullptr;
 // Kinds whose handler Init registered; written while the manager is built, before its gate
 // opens, read after a camera thread found the gate open.
-bool gRegistered[kVistelEventCount] = {};
+VISTEL_CONSTINIT bool gRegistered[kVistelEventCount] = {};
 
 // The manager's storage and how far building it has come. Building is guarded by our own lock
 // rather than the C++ runtime's guard of a function-local static: a GetInstance() re-entered
@@ -51,7 +51,7 @@ struct Lifetime {
 };
 Immortal<Lifetime> gLifetime;
 // The built manager, for every GetInstance() after the first.
-std::atomic<VistelManager*> gBuilt{nullptr};
+VISTEL_CONSTINIT std::atomic<VistelManager*> gBuilt{nullptr};
 
 VistelManager* managerStorage() {
     return reinterpret_cast<VistelManager*>(gLifetime->storage);

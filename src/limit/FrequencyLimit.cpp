@@ -13,6 +13,7 @@
 #include <type_traits>
 
 #include "../core/FieldText.h"
+#include "../core/Immortal.h"
 #include "../core/VistelLog.h"
 
 namespace orv {
@@ -76,7 +77,7 @@ struct KeyedMapState {
 };
 // Constant-initialised and never destroyed: nothing runs for it at load or at exit.
 static_assert(std::is_trivially_destructible_v<KeyedMapState>);
-KeyedMapState gKeyedMaps[VistelManager::FrequencyLimit::kKeyedPolicies + 1];
+VISTEL_CONSTINIT KeyedMapState gKeyedMaps[VistelManager::FrequencyLimit::kKeyedPolicies + 1];
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
 // The slot of `map` among `maps` (the limiter's own, in keyCounts() order), or the last one.
@@ -132,66 +133,77 @@ size_t keysIn(const PairMap& pairs) {
 
 // The thread holding a limiter's lock, and which lock: the limiter logs while it decides, and a
 // process logger that reports (or dumps) on one of those lines comes back on the same thread.
-std::atomic<uintptr_t> gLockHolder{0};
-std::atomic<const pthread_mutex_t*> gLockHeld{nullptr};
+VISTEL_CONSTINIT std::atomic<uintptr_t> gLockHolder{0};
+VISTEL_CONSTINIT std::atomic<const VistelManager::FrequencyLimit::Mutex*> gLockHeld{nullptr};
 
 uintptr_t thisThread() {
     return reinterpret_cast<uintptr_t>(__builtin_thread_pointer());
 }
 
-bool heldByThisThread(const pthread_mutex_t* mutex) {
+bool heldByThisThread(const VistelManager::FrequencyLimit::Mutex* mutex) {
     return gLockHolder.load(std::memory_order_relaxed) == thisThread() &&
            gLockHeld.load(std::memory_order_relaxed) == mutex;
 }
 
-class ScopedLock {
+// The limiter's mutex type. Clang does not carry the capability over to an alias, so this one
+// repeats it.
+typedef VistelManager::FrequencyLimit::Mutex Mutex VISTEL_THREAD_ATTRIBUTE(capability("mutex"));
+
+// Holds a limiter's mutex for a scope, and tells heldByThisThread() so while it does. The lock's
+// own functions are where clang's checking stops: the POSIX calls inside carry no attributes.
+class VISTEL_THREAD_ATTRIBUTE(scoped_lockable) ScopedLock {
   public:
-    explicit ScopedLock(pthread_mutex_t* mutex) : mMutex(mutex) {
-        pthread_mutex_lock(mMutex);
-        held();
+    explicit ScopedLock(Mutex& mutex) VISTEL_THREAD_ATTRIBUTE(acquire_capability(mutex))
+        : mMutex(mutex) {
+        pthread_mutex_lock(&mMutex);
+        held(&mMutex);
     }
-    // Waits at most `bound` for the lock, and not at all when this thread holds it already;
-    // locked() tells whether it got it.
-    ScopedLock(pthread_mutex_t* mutex, std::chrono::milliseconds bound) : mMutex(mutex) {
+    ~ScopedLock() VISTEL_THREAD_ATTRIBUTE(release_capability()) { unlock(mMutex); }
+    ScopedLock(const ScopedLock&) = delete;
+    ScopedLock& operator=(const ScopedLock&) = delete;
+
+    // Waits at most `bound` for the lock, and not at all when this thread holds it already.
+    static bool tryLockFor(Mutex& mutex, std::chrono::milliseconds bound)
+            VISTEL_THREAD_ATTRIBUTE(try_acquire_capability(true, mutex))
+                    VISTEL_THREAD_ATTRIBUTE(no_thread_safety_analysis) {
         timespec until{};
         clock_gettime(CLOCK_REALTIME, &until);
         const long long ns = until.tv_nsec + std::chrono::nanoseconds(bound).count();
         until.tv_sec += static_cast<time_t>(ns / 1000000000);
         until.tv_nsec = static_cast<long>(ns % 1000000000);
-        mLocked = !heldByThisThread(mMutex) && pthread_mutex_timedlock(mMutex, &until) == 0;
-        if (mLocked) held();
+        if (heldByThisThread(&mutex) || pthread_mutex_timedlock(&mutex, &until) != 0) return false;
+        held(&mutex);
+        return true;
     }
-    ~ScopedLock() {
-        if (!mLocked) return;
+    static void unlock(Mutex& mutex) VISTEL_THREAD_ATTRIBUTE(release_capability(mutex))
+            VISTEL_THREAD_ATTRIBUTE(no_thread_safety_analysis) {
         gLockHolder.store(0, std::memory_order_relaxed);
-        pthread_mutex_unlock(mMutex);
+        pthread_mutex_unlock(&mutex);
     }
-    ScopedLock(const ScopedLock&) = delete;
-    ScopedLock& operator=(const ScopedLock&) = delete;
-
-    bool locked() const { return mLocked; }
 
   private:
-    void held() {
-        gLockHeld.store(mMutex, std::memory_order_relaxed);
+    static void held(const Mutex* mutex) {
+        gLockHeld.store(mutex, std::memory_order_relaxed);
         gLockHolder.store(thisThread(), std::memory_order_relaxed);
     }
 
-    pthread_mutex_t* mMutex;
-    bool mLocked = true;
+    Mutex& mMutex;
 };
 
 // The shape every record policy shares: refuse a null record (without locking), otherwise
 // decide under the limiter's mutex. A decision asked again on the thread that is making one (its
 // log line went to a process logger that reports) would wait on itself for ever: it is limited
-// instead, and the limiter's state is left alone.
+// instead, and the limiter's state is left alone. Each policy's `decide` declares that it needs
+// the limiter's mutex, which clang then checks against every map it touches; that this function
+// holds it when calling `decide` is the one step clang takes on trust.
 template <typename Record, typename Decide>
-bool decideLocked(const char* policy, const Record* data, pthread_mutex_t* mutex, Decide decide) {
+bool decideLocked(const char* policy, const Record* data, Mutex& mutex, Decide decide)
+        VISTEL_THREAD_ATTRIBUTE(no_thread_safety_analysis) {
     if (data == nullptr) {
         VISTEL_LOG_AT(ANDROID_LOG_ERROR, policy, "%s() error: input ptr is NULL", policy);
         return true;
     }
-    if (heldByThisThread(mutex)) return true;
+    if (heldByThisThread(&mutex)) return true;
     ScopedLock lock(mutex);
     return decide();
 }
@@ -333,15 +345,16 @@ bool VistelManager::FrequencyLimit::limitBy2Item(
 }
 
 bool VistelManager::FrequencyLimit::limitEventMemLeak(vistelMemLeak* data) {
-    return decideLocked(__func__, data, &mMutex,
-                        [&] { return limitBy1Item(&mMemLeakRecord, FieldText(data->name).str()); });
+    return decideLocked(__func__, data, mMutex, [&]() VISTEL_REQUIRES(mMutex) {
+        return limitBy1Item(&mMemLeakRecord, FieldText(data->name).str());
+    });
 }
 
 bool VistelManager::FrequencyLimit::limitEventMemShortage(vistelMemShortage* data) {
     // Keyed by the raw bytes of the first integer read as text, up to the first zero byte: an
     // old quirk the reported data depends on, kept as it is. An integer without a zero byte runs
     // on into the fields after it, as it always has; the record's end bounds the read.
-    return decideLocked(__func__, data, &mMutex, [&] {
+    return decideLocked(__func__, data, mMutex, [&]() VISTEL_REQUIRES(mMutex) {
         const auto* first = reinterpret_cast<const char*>(&data->value1);
         const auto* end = reinterpret_cast<const char*>(data) + sizeof(*data);
         const FieldText key(first, static_cast<size_t>(end - first));
@@ -350,66 +363,68 @@ bool VistelManager::FrequencyLimit::limitEventMemShortage(vistelMemShortage* dat
 }
 
 bool VistelManager::FrequencyLimit::limitEventMemLimit(vistelMemLimit* data) {
-    return decideLocked(__func__, data, &mMutex, [&] {
+    return decideLocked(__func__, data, mMutex, [&]() VISTEL_REQUIRES(mMutex) {
         return limitBy1Item(&mMemLimitRecord, FieldText(data->name).str());
     });
 }
 
 bool VistelManager::FrequencyLimit::limitEventMemEfficiencyWarning(vistelMemEfficiencyWarning* data) {
-    return decideLocked(__func__, data, &mMutex,
-                        [&] { return limitBy0Item(&mMemEfficiencyWarningTime); });
+    return decideLocked(__func__, data, mMutex, [&]() VISTEL_REQUIRES(mMutex) {
+        return limitBy0Item(&mMemEfficiencyWarningTime);
+    });
 }
 
 bool VistelManager::FrequencyLimit::limitEventMemAllocFail(vistelMemAllocFail* data) {
-    return decideLocked(__func__, data, &mMutex, [&] { return limitBy0Item(&mMemAllocFailTime); });
+    return decideLocked(__func__, data, mMutex,
+                        [&]() VISTEL_REQUIRES(mMutex) { return limitBy0Item(&mMemAllocFailTime); });
 }
 
 bool VistelManager::FrequencyLimit::limitEventPreviewBufferRefLeak(vistelPreviewBufferRefLeak* data) {
-    return decideLocked(__func__, data, &mMutex, [&] {
+    return decideLocked(__func__, data, mMutex, [&]() VISTEL_REQUIRES(mMutex) {
         return limitBy1Item(&mPreviewBufferRefLeakRecord, FieldText(data->name).str());
     });
 }
 
 bool VistelManager::FrequencyLimit::limitEventCaptureBufferRefLeak(vistelCaptureBufferRefLeak* data) {
-    return decideLocked(__func__, data, &mMutex, [&] {
+    return decideLocked(__func__, data, mMutex, [&]() VISTEL_REQUIRES(mMutex) {
         return limitBy1Item(&mCaptureBufferRefLeakRecord, FieldText(data->name).str());
     });
 }
 
 bool VistelManager::FrequencyLimit::limitEventAlgoProcessTimeoutWarning(
         vistelAlgoProcessTimeout* data) {
-    return decideLocked(__func__, data, &mMutex, [&] {
+    return decideLocked(__func__, data, mMutex, [&]() VISTEL_REQUIRES(mMutex) {
         return limitBy1Item(&mAlgoProcessTimeoutWarningRecord, FieldText(data->name).str());
     });
 }
 
 bool VistelManager::FrequencyLimit::limitEventAlgoProcessTimeoutError(vistelAlgoProcessTimeout* data) {
-    return decideLocked(__func__, data, &mMutex, [&] {
+    return decideLocked(__func__, data, mMutex, [&]() VISTEL_REQUIRES(mMutex) {
         return limitBy1Item(&mAlgoProcessTimeoutErrorRecord, FieldText(data->name).str());
     });
 }
 
 bool VistelManager::FrequencyLimit::limitEventSnapshotTimeoutWarning(vistelSnapshotTimeout* data) {
-    return decideLocked(__func__, data, &mMutex, [&] {
+    return decideLocked(__func__, data, mMutex, [&]() VISTEL_REQUIRES(mMutex) {
         return limitBy1Item(&mSnapshotTimeoutWarningRecord, FieldText(data->name).str());
     });
 }
 
 bool VistelManager::FrequencyLimit::limitEventSnapshotTimeoutError(vistelSnapshotTimeout* data) {
-    return decideLocked(__func__, data, &mMutex, [&] {
+    return decideLocked(__func__, data, mMutex, [&]() VISTEL_REQUIRES(mMutex) {
         return limitBy1Item(&mSnapshotTimeoutErrorRecord, FieldText(data->name).str());
     });
 }
 
 bool VistelManager::FrequencyLimit::limitEventOtherTimeoutWarning(vistelOtherTimeout* data) {
-    return decideLocked(__func__, data, &mMutex, [&] {
+    return decideLocked(__func__, data, mMutex, [&]() VISTEL_REQUIRES(mMutex) {
         return limitBy2Item(&mOtherTimeoutWarningRecord, FieldText(data->firstName).str(),
                             FieldText(data->secondName).str());
     });
 }
 
 bool VistelManager::FrequencyLimit::limitEventOtherTimeoutError(vistelOtherTimeout* data) {
-    return decideLocked(__func__, data, &mMutex, [&] {
+    return decideLocked(__func__, data, mMutex, [&]() VISTEL_REQUIRES(mMutex) {
         return limitBy2Item(&mOtherTimeoutErrorRecord, FieldText(data->firstName).str(),
                             FieldText(data->secondName).str());
     });
@@ -420,14 +435,14 @@ VistelManager::FrequencyLimit::keyCounts() const {
 #define VISTEL_KEY_COUNT(policy, map) {#policy, keysIn(map), 0},
     // A dump waits for a decision in progress, but not for ever: a reporter stuck under the lock
     // (its log line went to a logger that blocks) must not take the dump with it.
-    ScopedLock lock(&mMutex, std::chrono::milliseconds(100));
-    if (!lock.locked()) {
+    if (!ScopedLock::tryLockFor(mMutex, std::chrono::milliseconds(100))) {
 #define VISTEL_KEY_BUSY(policy, map) {#policy, KeyCount::kBusy, 0},
         return {{VISTEL_KEYED_POLICIES(VISTEL_KEY_BUSY)}};
 #undef VISTEL_KEY_BUSY
     }
     std::array<KeyCount, kKeyedPolicies> counts = {{VISTEL_KEYED_POLICIES(VISTEL_KEY_COUNT)}};
 #undef VISTEL_KEY_COUNT
+    ScopedLock::unlock(mMutex);
     for (size_t i = 0; i < counts.size(); ++i) {
         counts[i].dropped = gKeyedMaps[i].dropped.load(kRelaxed);
     }

@@ -21,18 +21,16 @@ constexpr int kBootStepEventId = 918009008;
 constexpr int kBootNodeEventId = 918009009;
 
 // The boot time-out is rate-limited; the scan message carries the same record and never is.
-// Their answers to an uninitialised manager differ (-1 and -2): both are part of the contract
-// with the camera stack, so neither is aligned with the other.
+// Their answers to an uninitialised manager differ (-1 and -2, as the kind list gives them): both
+// are part of the contract with the camera stack, so neither is aligned with the other.
 constexpr HealthAdmission kBootTimeoutAdmission = {
-        "sendBootTimeout",
+        kEventBootTimeout,
         HealthAdmission::NotInitialisedLine::kInitFailed,
-        -1,
         &VistelManager::FrequencyLimit::limitEventBootPerf,
 };
 constexpr HealthAdmission kScanMsgAdmission = {
-        "sendScanMsgReport",
+        kEventScanMsg,
         HealthAdmission::NotInitialisedLine::kInitFailed,
-        -2,
         nullptr,
 };
 
@@ -95,7 +93,7 @@ int reportBootRecord(ReporterScope& scope, const HealthAdmission& admission, con
         return *refusal;
     }
     reportBootNodes(record->bootNodes, scope);
-    VISTEL_LOG_AT(ANDROID_LOG_INFO, admission.reporter, "exit %s()", admission.reporter);
+    VISTEL_LOG_AT(ANDROID_LOG_INFO, scope.reporter(), "exit %s()", scope.reporter());
     return 0;
 }
 

@@ -4,6 +4,7 @@
 
 #include "OvrixFields.h"
 #include "ReporterChecks.h"
+#include "VistelKinds.h"
 #include "VistelLog.h"
 
 namespace orv {
@@ -29,14 +30,15 @@ constexpr OvrixField<vistelProcessMemInfo> kProcessMemFields[] = {
 std::optional<int> refuseHealthRecord(ReporterScope& scope, const HealthAdmission& admission,
                                       const bool& inited, const VistelEventBase* record,
                                       VistelManager::FrequencyLimit& limit) {
-    const char* name = admission.reporter;
+    const KindInfo& info = kindInfo(admission.kind);
+    const char* name = info.handlerName;
     VISTEL_LOG_AT(ANDROID_LOG_INFO, name, "enter %s()", name);
     if (admission.notInitialisedLine == HealthAdmission::NotInitialisedLine::kInitFailed) {
-        if (refusedNotInitialised(scope, inited, record)) return admission.notInitialisedResult;
+        if (refusedNotInitialised(scope, inited, record)) return info.refusedResult;
     } else if (!inited || record == nullptr) {
         logRecordNotValid(name, record, inited);
         scope.notInitialised();
-        return admission.notInitialisedResult;
+        return info.refusedResult;
     }
     if (admission.policy != nullptr && (limit.*admission.policy)()) {
         logLimited(scope);

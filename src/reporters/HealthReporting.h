@@ -19,9 +19,8 @@ struct HealthAdmission {
     enum class NotInitialisedLine { kInitFailed, kRecordNotValid };
     using Policy = bool (VistelManager::FrequencyLimit::*)();
 
-    const char* reporter;  // the handler's name, as logged
+    VistelEvent kind;  // its handler's name and its refused result come from the kind list
     NotInitialisedLine notInitialisedLine;
-    int notInitialisedResult;
     Policy policy;  // null: never rate-limited; a limited record gives -2
 };
 

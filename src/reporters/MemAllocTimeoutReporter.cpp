@@ -17,9 +17,8 @@ constexpr int kMemAllocTimeoutEventId = 918009013;
 constexpr int kBufAllocEventId = 918009012;
 
 constexpr HealthAdmission kAdmission = {
-        "sendMemoryAllocTimeout",
+        kEventMemoryAllocTimeout,
         HealthAdmission::NotInitialisedLine::kRecordNotValid,
-        -1,
         nullptr,  // every record is reported
 };
 

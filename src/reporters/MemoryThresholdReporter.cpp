@@ -16,9 +16,8 @@ namespace {
 constexpr int kMemExceedThresholdEventId = 918009011;
 
 constexpr HealthAdmission kAdmission = {
-        "sendMemoryExceedThreshold",
+        kEventMemoryExceedThreshold,
         HealthAdmission::NotInitialisedLine::kRecordNotValid,
-        -1,
         nullptr,  // every record is reported
 };
 

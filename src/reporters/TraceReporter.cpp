@@ -21,9 +21,8 @@ constexpr int kJankIdSystrace = 474;
 constexpr int kTraceArgument = 300;
 
 constexpr HealthAdmission kDumpTraceAdmission = {
-        "dumpTrace",
+        kEventDumpTrace,
         HealthAdmission::NotInitialisedLine::kInitFailed,
-        -1,
         &VistelManager::FrequencyLimit::LimitDumpSysTraceError,
 };
 

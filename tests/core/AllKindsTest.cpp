@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "Handlers.h"
 #include "KindRegistry.h"
 #include "LibraryDump.h"
 
@@ -23,14 +24,6 @@ namespace {
 bool serviceAbsent() {
     const char* setup = getenv("VISTEL_SERVICE");
     return setup != nullptr && strcmp(setup, "absent") == 0;
-}
-
-// What a reporter answers when the service library could not be bound: -1, except the scan
-// message report (-2) and the kind-18 trace request, which checks nothing (0).
-int notInitialisedResult(orv::VistelEvent kind) {
-    if (kind == orv::kEventScanMsg) return -2;
-    if (kind == orv::kEventAlgoProcessTimeoutDumpSystrace) return 0;
-    return -1;
 }
 
 // Defined first so that it builds the manager and sees the start-up lines: without the service
@@ -73,7 +66,7 @@ TEST(AllKindsTest, EachKindReachesItsOwnHandler) {
                 vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
         std::future<int> result = manager->reportMsgImpl(record);
         ASSERT_TRUE(result.valid());
-        EXPECT_EQ(result.get(), serviceAbsent() ? notInitialisedResult(c.kind) : 0);
+        EXPECT_EQ(result.get(), serviceAbsent() ? refusedResult(c.kind) : 0);
 
         // The worker counted the record under its own kind and no other.
         const vistel_tools::LibraryDump after =

@@ -243,31 +243,37 @@ Strings successLines(const VistelCase& c) {
 
 using VistelReportersTest = ReporterTest;
 
+// The wire table, one named test per kind: `--gtest_filter='*/MemLeak'` runs one alone.
+void PrintTo(const VistelCase& c, std::ostream* out) {
+    *out << handlerOf(c.kind);
+}
+class VistelWireTest : public ReporterTest, public testing::WithParamInterface<VistelCase> {};
+
 // Id, parameters in order with their form and value, log lines. The same record again at once is
 // dropped, with its line, by a kind the kind table says is rate-limited, and sent in full by the
 // others.
-TEST_F(VistelReportersTest, SendsIdAndParametersInOrder) {
-    for (const VistelCase& c : kCases) {
-        SCOPED_TRACE(handlerOf(c.kind));
-        VirtualClock::expireAllLimits();
-        vistelhost::reset();
-        mLog.clear();
-        const Sample sample = sampleOf(c);
-        ASSERT_EQ(report(sample.record), 0);
-        EXPECT_EQ(paramCalls(), sample.params);
-        EXPECT_EQ(managerLines(mLog, false), successLines(c));
+TEST_P(VistelWireTest, SendsIdAndParametersInOrder) {
+    const VistelCase& c = GetParam();
+    const Sample sample = sampleOf(c);
+    ASSERT_EQ(report(sample.record), 0);
+    EXPECT_EQ(paramCalls(), sample.params);
+    EXPECT_EQ(managerLines(mLog, false), successLines(c));
 
-        mLog.clear();
-        ASSERT_EQ(report(sample.record), 0);
-        const bool limited = vistel_tools::kinds()[c.kind].limit.policy != nullptr;
-        const auto sent = vistelhost::sentEvents();
-        ASSERT_EQ(sent.size(), limited ? 1u : 2u);
-        for (const vistelhost::SentEvent& event : sent) EXPECT_EQ(event.id, c.eventId);
-        EXPECT_EQ(paramCalls().size(), sent.size() * sample.params.size());
-        const std::string drop = std::string(handlerOf(c.kind)) + "() is limited, drop this event";
-        EXPECT_EQ(mLog.withBody(drop).size(), limited ? 1u : 0u);
-    }
+    mLog.clear();
+    ASSERT_EQ(report(sample.record), 0);
+    const bool limited = vistel_tools::kinds()[c.kind].limit.policy != nullptr;
+    const auto sent = vistelhost::sentEvents();
+    ASSERT_EQ(sent.size(), limited ? 1u : 2u);
+    for (const vistelhost::SentEvent& event : sent) EXPECT_EQ(event.id, c.eventId);
+    EXPECT_EQ(paramCalls().size(), sent.size() * sample.params.size());
+    const std::string drop = std::string(handlerOf(c.kind)) + "() is limited, drop this event";
+    EXPECT_EQ(mLog.withBody(drop).size(), limited ? 1u : 0u);
 }
+
+INSTANTIATE_TEST_SUITE_P(Kinds, VistelWireTest, testing::ValuesIn(kCases),
+                         [](const testing::TestParamInfo<VistelCase>& info) {
+                             return std::string(vistel_tools::kinds()[info.param.kind].name);
+                         });
 
 // Fills every text field of a record of `kind` to its last byte, each with bytes of its own, and
 // returns what each holds, by path.

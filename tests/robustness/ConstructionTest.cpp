@@ -74,7 +74,7 @@ ChildExit buildWithFailure(long n) {
     if (!explained) return kNoErrorLine;
     for (const vistel_tools::KindInfo& info : vistel_tools::kinds()) {
         const int refused = refusedResult(info.kind);
-        if ((manager->*kHandlers[info.kind])(info.make().record) != refused) return kWrongAnswer;
+        if ((manager->*handlerOf(info.kind))(info.make().record) != refused) return kWrongAnswer;
         // Queued and refused by the reporter, or not queued at all (no pool, or a kind whose
         // handler could not be registered: an unknown kind, never queued).
         std::future<int> result = manager->reportMsgImpl(info.make().record);

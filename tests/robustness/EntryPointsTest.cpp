@@ -61,7 +61,7 @@ TEST_F(EntryPointsTest, NullRecordIsRefusedByEveryHandlerAlike) {
     for (const vistel_tools::KindInfo& c : vistel_tools::kinds()) {
         SCOPED_TRACE(c.handler);
         mLog.clear();
-        EXPECT_EQ((manager()->*kHandlers[c.kind])(nullptr), refusedResult(c.kind));
+        EXPECT_EQ((manager()->*handlerOf(c.kind))(nullptr), refusedResult(c.kind));
         std::vector<LogLine> lines = errors();
         ASSERT_EQ(lines.size(), 1u);
         EXPECT_EQ(lines[0].function, c.handler);
@@ -123,7 +123,7 @@ TEST_F(EntryPointsTest, ReporterOutOfMemoryFailsThatReportOnly) {
             const vistel_tools::DumpRow before = rowOf(c.kind);
             mLog.clear();
             int result = 1;
-            if (!failingAllocation(n, [&] { result = (manager()->*kHandlers[c.kind])(record); })) {
+            if (!failingAllocation(n, [&] { result = (manager()->*handlerOf(c.kind))(record); })) {
                 EXPECT_EQ(result, 0);
                 break;
             }
@@ -203,7 +203,7 @@ TEST_F(EntryPointsTest, ARecordWithAnotherBodyIsRefusedOneWithTheSameBodyIsRead)
             vistelhost::reset();
             ovrixhost::reset();
             const vistel_tools::DumpRow before = rowOf(c.kind);
-            const int result = (manager()->*kHandlers[c.kind])(other.make().record);
+            const int result = (manager()->*handlerOf(c.kind))(other.make().record);
             const vistel_tools::DumpRow counted = rowOf(c.kind) - before;
             EXPECT_EQ(counted.records, 1u) << other.handler;
             if (same) {
@@ -243,7 +243,7 @@ TEST_F(EntryPointsTest, AServiceThatThrowsFailsThatRecordOnly) {
                 ASSERT_TRUE(future.valid());
                 ASSERT_NO_THROW(result = future.get());
             } else {
-                ASSERT_NO_THROW(result = (manager()->*kHandlers[c.kind])(record));
+                ASSERT_NO_THROW(result = (manager()->*handlerOf(c.kind))(record));
             }
             const vistel_tools::DumpRow counted = rowOf(c.kind) - before;
             EXPECT_EQ(counted.records, 1u);

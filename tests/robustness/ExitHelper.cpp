@@ -173,9 +173,8 @@ void callAfterDestruction() {
     int handlersAsRefused = 0;
     // Called by name, as a camera module would: a call through a member pointer reads the
     // destroyed object's vtable pointer first.
-#define CALL_AFTER_DESTRUCTION(Kind, handler, refused)                      \
-    handlersAsRefused += destroyed->handler(recordOf(orv::kEvent##Kind)) == \
-                         vistel_test::refusedResult(orv::kEvent##Kind);
+#define CALL_AFTER_DESTRUCTION(Kind, handler, Record, refused) \
+    handlersAsRefused += destroyed->handler(recordOf(orv::kEvent##Kind)) == (refused);
     VISTEL_KINDS(CALL_AFTER_DESTRUCTION)
 #undef CALL_AFTER_DESTRUCTION
     fprintf(stderr, "handlers refusing as not initialised: %d\n", handlersAsRefused);
