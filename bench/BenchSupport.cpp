@@ -1,10 +1,10 @@
 #include "BenchSupport.h"
 
+#include <LogCapture.h>
 #include <android/log.h>
 #include <fcntl.h>
 #include <malloc.h>
 #include <unistd.h>
-#include <utils/Timers.h>
 
 #include <atomic>
 #include <cstdio>
@@ -15,9 +15,6 @@
 namespace vistel_bench {
 
 namespace {
-
-// Starts well away from 0, which the limiter reads as "never reported".
-std::atomic<int64_t> gNowNs{1000 * kNanosPerSecond};
 
 // Heap accounting. The flag is read on every allocation of the process, so the counters are
 // only touched while a window is open and the timed benchmarks pay one relaxed load.
@@ -51,8 +48,6 @@ void release(void* block) noexcept {
     std::free(block);
 }
 
-void dropLine(const struct __android_logger_data*, const char*) {}
-
 void countLine(const struct __android_logger_data*, const char*) {
     gLoggedLines.fetch_add(1, std::memory_order_relaxed);
 }
@@ -64,10 +59,6 @@ void countLine(const struct __android_logger_data*, const char*) {
 }();
 
 }  // namespace
-
-void advanceClockSeconds(int64_t seconds) {
-    gNowNs.fetch_add(seconds * kNanosPerSecond);
-}
 
 AllocationWindow::AllocationWindow()
     : mAllocationsAtOpen(gAllocations.load()),
@@ -109,7 +100,7 @@ ScopedLogSink::ScopedLogSink(LogSink sink) {
             __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
             break;
         case LogSink::kNoop:
-            __android_log_set_logger(dropLine);
+            __android_log_set_logger(vistel_harness::discardLogLine);
             break;
         case LogSink::kDefault:
             // liblog's host logger writes every line to stderr; the lines still cost their
@@ -156,14 +147,9 @@ int64_t loggedLines() {
 
 }  // namespace vistel_bench
 
-// Interposes on libutils' systemTime for every library of the process. Only an exported
-// definition does: the project builds with hidden visibility by default.
-__attribute__((visibility("default"))) nsecs_t systemTime(int /*clock*/) {
-    return vistel_bench::gNowNs.load(std::memory_order_relaxed);
-}
-
 // The process's heap goes through these, so that AllocationWindow sees the library's, the
-// pool's and the services' allocations alike. Exported for the same reason as systemTime.
+// pool's and the services' allocations alike. Exported, so that they take the place of the
+// standard library's for every library of the process.
 #define VISTEL_BENCH_EXPORT __attribute__((visibility("default")))
 VISTEL_BENCH_EXPORT void* operator new(size_t size) {
     return vistel_bench::allocate(size);

@@ -1,18 +1,18 @@
-// What every benchmark of vistel_bench shares: the clock the library reads, a count of the
-// heap the process holds, and where the library's log lines go.
+// What every benchmark of vistel_bench shares beside the harness (whose virtual clock the
+// library reads, and which only moves when a benchmark moves it): a count of the heap the process
+// holds, and where the library's log lines go.
 #pragma once
+
+#include <VirtualClock.h>
 
 #include <cstdint>
 
 namespace vistel_bench {
 
-constexpr int64_t kNanosPerSecond = 1000000000;
+using vistel_harness::kNanosPerSecond;
+using vistel_harness::VirtualClock;
 // The limiter's longest quiet period: a key seen again this much later is reported again.
 constexpr int64_t kHourSeconds = 3600;
-
-// The executable's systemTime() takes the place of libutils' one for the whole process, so the
-// limiter sees this clock. It only moves when a benchmark moves it.
-void advanceClockSeconds(int64_t seconds);
 
 // Counts what operator new hands out while it is open. Every allocation of the process counts,
 // whichever thread makes it; one window at a time.

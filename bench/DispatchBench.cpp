@@ -10,6 +10,7 @@
 //                     percentiles of each call's wall-clock time.
 #include <QorThreadManager.h>
 #include <VistelManager.h>
+#include <WorkerHold.h>
 #include <benchmark/benchmark.h>
 #include <time.h>
 
@@ -28,6 +29,8 @@
 namespace vistel_bench {
 
 namespace {
+
+using vistel_harness::WorkerHold;
 
 // Calls queued behind held workers before they are let go, outside the measured time.
 constexpr int64_t kHeldCalls = 2048;
@@ -82,29 +85,6 @@ const DispatchCall kCalls[] = {
 };
 
 // ---- Pool settings ----
-
-// Keeps every worker of the pool busy on a task that waits for the hold to end, so that what
-// is queued meanwhile stays queued. Ending the hold lets the workers drain the queue.
-class WorkerHold {
-  public:
-    WorkerHold() {
-        std::shared_future<void> released = mRelease.get_future().share();
-        for (size_t i = 0; i < pool()->workerCount(); ++i) {
-            pool()->enqueue([released] { released.wait(); });
-        }
-        // Each worker has taken one waiting task once none is left in the queue.
-        while (pool()->pendingTasks() != 0) std::this_thread::yield();
-    }
-    ~WorkerHold() {
-        mRelease.set_value();
-        pool()->waitIdle();
-    }
-    WorkerHold(const WorkerHold&) = delete;
-    WorkerHold& operator=(const WorkerHold&) = delete;
-
-  private:
-    std::promise<void> mRelease;
-};
 
 // Heap blocks one call takes, on whichever thread, counted over calls the workers have run.
 // The queue's own storage adds one block per 512 bytes of queued tasks.

@@ -2,6 +2,7 @@
 // goes on the way, and what the process keeps per record.
 #include <OvrixEvent.h>
 #include <QorThreadManager.h>
+#include <ServiceTaps.h>
 #include <VistelClient.h>
 #include <VistelHostService.h>
 #include <VistelManager.h>
@@ -131,9 +132,8 @@ const Workload kWorkloads[] = {
 // Clears what the services remember, so memory does not grow with the records sent, and moves
 // the clock past every quiet period.
 void startOver() {
-    vistelhost::reset();
-    ovrixhost::reset();
-    advanceClockSeconds(kHourSeconds);
+    vistel_harness::resetServices();
+    VirtualClock::advanceSeconds(kHourSeconds);
 }
 
 // Delivers a batch of records one way or another; false when a reporter refused a record.

@@ -9,15 +9,16 @@
 // AddressSanitizer sees.
 #include <FuzzInput.h>
 #include <KindRegistry.h>
+#include <LogCapture.h>
 #include <OvrixEvent.h>
 #include <RecordFields.h>
+#include <ServiceTaps.h>
+#include <VirtualClock.h>
 #include <VistelHostService.h>
 #include <VistelManager.h>
 #include <android/log.h>
 #include <orvlog.h>
-#include <utils/Timers.h>
 
-#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -28,8 +29,6 @@
 namespace {
 
 using vistel_tools::StructLayout;
-
-std::atomic<int64_t> gNowNs{1000 * 1000000000LL};
 
 // The service reads an indexed text at its address up to the terminator, whenever it likes
 // until the event is sent; the host service does not know which values are texts. So no
@@ -60,14 +59,9 @@ void check(bool condition, const char* what) {
 
 }  // namespace
 
-// The library reads the clock through this; exported so it takes libutils' place.
-__attribute__((visibility("default"))) nsecs_t systemTime(int /*clock*/) {
-    return gNowNs.load();
-}
-
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
     // The log is formatted as usual, then dropped: millions of lines would only slow the run.
-    __android_log_set_logger([](const struct __android_logger_data*, const char*) {});
+    __android_log_set_logger(vistel_harness::discardLogLine);
     orv::VistelManager::GetInstance();
     return 0;
 }
@@ -80,7 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const uint8_t kind = report.kind;
         const vistel_tools::RecordInstance& record = report.record;
         vistel_tools::armRefusal(report.control);
-        gNowNs += report.clockStepS * 1000000000LL;
+        vistel_harness::VirtualClock::advanceNs(report.clockStepS * vistel_harness::kNanosPerSecond);
         std::future<int> result = manager->reportMsgImpl(record.record);
         if (result.valid()) {
             const int answer = result.get();
@@ -96,7 +90,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         // Also disarms a refusal the report did not use, so it does not carry over.
         vistelhost::reset();
     }
-    ovrixhost::reset();
-    orvloghost::reset();
+    vistel_harness::resetServices();
     return 0;
 }

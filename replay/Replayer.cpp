@@ -2,11 +2,12 @@
 
 #include <OvrixEvent.h>
 #include <QorThreadManager.h>
+#include <VirtualClock.h>
 #include <VistelHostService.h>
 #include <VistelManager.h>
+#include <WorkerHold.h>
 #include <android/log.h>
 #include <orvlog.h>
-#include <utils/Timers.h>
 
 #include <array>
 #include <atomic>
@@ -24,59 +25,42 @@ namespace vistel_replay {
 namespace {
 
 using nlohmann::ordered_json;
+using vistel_harness::endsWith;
+using vistel_harness::kNanosPerSecond;
+using vistel_harness::LogCapture;
+using vistel_harness::VirtualClock;
+using vistel_harness::WorkerHold;
 using vistel_tools::Service;
 
 // ---- The virtual clock ------------------------------------------------------------------------
 
-constexpr int64_t kNanosPerSecond = 1000000000;
-// Well away from 0, which the limiter reads as "never reported".
-constexpr int64_t kFirstStartNs = 1000 * kNanosPerSecond;
-// Longer than every quiet period of the limiter.
-constexpr int64_t kGapBetweenScenariosNs = kNanosPerSecond * 3600 * 10;
-
-std::atomic<int64_t> gNowNs{kFirstStartNs};
-std::atomic<int64_t> gScenarioStartNs{kFirstStartNs};
+int64_t gScenarioStartNs = 0;
 
 void startScenarioClock() {
     static bool sFirst = true;
-    if (!sFirst) gScenarioStartNs = gNowNs.load() + kGapBetweenScenariosNs;
+    if (!sFirst) VirtualClock::expireAllLimits();
     sFirst = false;
-    gNowNs = gScenarioStartNs.load();
+    gScenarioStartNs = VirtualClock::nowNs();
 }
 
 void setClock(double atSeconds) {
-    gNowNs = gScenarioStartNs.load() + std::llround(atSeconds * kNanosPerSecond);
+    VirtualClock::setNs(gScenarioStartNs + std::llround(atSeconds * kNanosPerSecond));
 }
 
 // ---- The library's log ------------------------------------------------------------------------
 
-std::mutex gLogMutex;
-std::vector<LogLine> gLogLines;  // guarded by gLogMutex
-
-void captureLogLine(const struct __android_logger_data* data, const char* message) {
-    LogLine line{data->priority, data->tag != nullptr ? data->tag : "",
-                 message != nullptr ? message : ""};
-    std::lock_guard<std::mutex> lock(gLogMutex);
-    gLogLines.push_back(std::move(line));
+// Replaces liblog's stderr output for the whole process, debug lines included.
+LogCapture& logCapture() {
+    static LogCapture& sCapture = *new LogCapture;
+    return sCapture;
 }
 
-// Replaces liblog's stderr output for the whole process, debug lines included.
 void installLogCapture() {
-    static std::once_flag sInstalled;
-    std::call_once(sInstalled, [] {
-        __android_log_set_logger(captureLogLine);
-        __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
-    });
+    logCapture();
 }
 
 std::vector<LogLine> takeLogLines() {
-    std::lock_guard<std::mutex> lock(gLogMutex);
-    return std::exchange(gLogLines, {});
-}
-
-bool endsWith(const std::string& text, const std::string& suffix) {
-    return text.size() >= suffix.size() &&
-           text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
+    return logCapture().take();
 }
 
 bool anyLine(const std::vector<LogLine>& log, bool (*matches)(const std::string& message)) {
@@ -263,48 +247,6 @@ RecordRun runRecord(const Step& step, double atSeconds) {
     return {atSeconds, queued, off, result, observe(step)};
 }
 
-// Every worker of the pool held in a task of its own until released: records handed over
-// meanwhile wait in the queue, as behind a camera thread that hands them over faster than the
-// workers take them.
-class WorkerHold {
-  public:
-    explicit WorkerHold(QorThreadManager& pool) : mWorkers(pool.workerCount()) {
-        for (size_t i = 0; i < mWorkers; ++i) mHolds.push_back(pool.enqueue([this] { hold(); }));
-        std::unique_lock<std::mutex> lock(mMutex);
-        mChanged.wait(lock, [this] { return mHeld == mWorkers; });
-    }
-    ~WorkerHold() {
-        release(mWorkers);
-        for (std::future<void>& held : mHolds) held.wait();
-    }
-    WorkerHold(const WorkerHold&) = delete;
-    WorkerHold& operator=(const WorkerHold&) = delete;
-
-    void release(size_t workers) {
-        {
-            std::lock_guard<std::mutex> lock(mMutex);
-            mReleases += workers;
-        }
-        mChanged.notify_all();
-    }
-
-  private:
-    void hold() {
-        std::unique_lock<std::mutex> lock(mMutex);
-        ++mHeld;
-        mChanged.notify_all();
-        mChanged.wait(lock, [this] { return mReleases > 0; });
-        --mReleases;
-    }
-
-    const size_t mWorkers;
-    std::vector<std::future<void>> mHolds;
-    std::mutex mMutex;
-    std::condition_variable mChanged;
-    size_t mHeld = 0;      // guarded by mMutex: workers holding
-    size_t mReleases = 0;  // guarded by mMutex: holds that may end
-};
-
 // The step's records handed over at once while the workers are held, so that the library sees
 // the whole backlog, then run by one worker in the order handed over. A task of ours after each
 // record observes what that record did before the next one starts.
@@ -397,9 +339,3 @@ StepReport Replayer::run(const Step& step) const {
 }
 
 }  // namespace vistel_replay
-
-// The library reads the time through libutils' systemTime; this definition takes its place for
-// every library of the process (the executable exports it), so the limiter sees virtual time.
-__attribute__((visibility("default"))) nsecs_t systemTime(int /*clock*/) {
-    return vistel_replay::gNowNs.load();
-}

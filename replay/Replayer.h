@@ -2,6 +2,8 @@
 // each step made the services receive.
 #pragma once
 
+#include <LogCapture.h>
+
 #include <array>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -15,11 +17,8 @@ namespace vistel_replay {
 using vistel_tools::Outcome;
 using vistel_tools::outcomeName;
 
-struct LogLine {
-    int priority;
-    std::string tag;
-    std::string message;  // as the library logged it, prefix included
-};
+// A line the library logged; `message` is as logged, prefix included.
+using vistel_harness::LogLine;
 
 // Records by outcome, and the events the services took from them.
 struct Tally {

@@ -5,16 +5,20 @@
 // values travel as a 64-bit long (64-bit record fields and text addresses must not be cut).
 // The expected values are literals, so the same test proves both targets agree.
 
+#include <VirtualClock.h>
+
 #include <climits>
 #include <cstdint>
 #include <cstring>
 #include <functional>
 #include <string>
 
-#include "FakeClock.h"
 #include "ReporterTest.h"
 
 namespace vistel_test {
+
+using vistel_harness::VirtualClock;
+
 namespace {
 
 using vistelhost::Param;
@@ -41,7 +45,7 @@ class RecordValuesTest : public ReporterTest {
   protected:
     // Reports the record and returns the one event the service received.
     SentEvent reportOne(std::shared_ptr<orv::VistelEventBase> record) {
-        FakeClock::expireAllLimits();
+        VirtualClock::expireAllLimits();
         vistelhost::reset();
         EXPECT_EQ(report(std::move(record)), 0);
         auto sent = vistelhost::sentEvents();
@@ -150,7 +154,9 @@ TEST_F(RecordValuesTest, PackedSnapshotV2FieldsReadInPlace) {
     record->aeCount[1] = 0x80000000u;
     for (unsigned i = 0; i < 16; ++i) record->expoList[i] = 0xfffffff0u + i;
     // Bytes with the top bit set, as the HAL's UTF-8 texts have them.
-    std::strcpy(record->isoList, "\xe2\x89\xa5" "100,200");
+    std::strcpy(record->isoList,
+                "\xe2\x89\xa5"
+                "100,200");
     std::strcpy(record->jpegName, "IMG_\xc3\xa9.jpg");
 
     SentEvent event = reportOne(record);
@@ -160,8 +166,12 @@ TEST_F(RecordValuesTest, PackedSnapshotV2FieldsReadInPlace) {
         const char* name;
         long expected;
     } kInts[] = {
-            {"sensorPosition", 255},   {"previewLogicalId", 128}, {"FaceNum", 200},
-            {"iso", -2},               {"expo", 0x01020304},      {"aecStabe", -2147483648L},
+            {"sensorPosition", 255},
+            {"previewLogicalId", 128},
+            {"FaceNum", 200},
+            {"iso", -2},
+            {"expo", 0x01020304},
+            {"aecStabe", -2147483648L},
             {"previewDropIndex", 4294967295L},
     };
     for (const auto& c : kInts) {
@@ -195,7 +205,9 @@ TEST_F(RecordValuesTest, PackedSnapshotV2FieldsReadInPlace) {
              "4294967280,4294967281,4294967282,4294967283,4294967284,4294967285,4294967286,"
              "4294967287,4294967288,4294967289,4294967290,4294967291,4294967292,4294967293,"
              "4294967294,4294967295"},
-            {"isoList", "\xe2\x89\xa5" "100,200"},
+            {"isoList",
+             "\xe2\x89\xa5"
+             "100,200"},
             {"jpegName", "IMG_\xc3\xa9.jpg"},
     };
     for (const auto& c : kTexts) {
@@ -219,7 +231,7 @@ TEST_F(RecordValuesTest, ShortageKeyFromHighBytes) {
             {0x0000c1c1, true},   // key "\xc1\xc1"
             {-1, true},           // four 0xff bytes, then whatever follows in the record
     };
-    FakeClock::expireAllLimits();
+    VirtualClock::expireAllLimits();
     for (const auto& step : kSteps) {
         SCOPED_TRACE(step.value1);
         vistelhost::reset();
@@ -227,7 +239,7 @@ TEST_F(RecordValuesTest, ShortageKeyFromHighBytes) {
         record->value1 = step.value1;
         EXPECT_EQ(report(record), 0);
         EXPECT_EQ(vistelhost::sentEvents().size(), step.sent ? 1u : 0u);
-        FakeClock::advanceSeconds(1);
+        VirtualClock::advanceSeconds(1);
     }
 }
 

@@ -1,7 +1,10 @@
 // Every kind reaches its own handler, with the service bound and (in a second process, whose
 // environment sets VISTEL_SERVICE=absent and names no folder with the service library) without
 // it, where the camera must keep working; the dump counts each record under its own kind.
+#include <LogCapture.h>
 #include <QorThreadManager.h>
+#include <TraceCapture.h>
+#include <VirtualClock.h>
 #include <VistelManager.h>
 #include <gtest/gtest.h>
 
@@ -12,14 +15,16 @@
 #include <set>
 #include <stdexcept>
 
-#include "FakeClock.h"
 #include "Handlers.h"
 #include "KindRegistry.h"
 #include "LibraryDump.h"
-#include "LogCapture.h"
-#include "TraceCapture.h"
 
 namespace vistel_test {
+
+using vistel_harness::LogCapture;
+using vistel_harness::LogLine;
+using vistel_harness::VirtualClock;
+
 namespace {
 
 bool serviceAbsent() {
@@ -59,7 +64,7 @@ TEST(AllKindsTest, EachKindReachesItsOwnHandler) {
     orv::VistelManager* manager = orv::VistelManager::GetInstance();
     for (const vistel_tools::KindInfo& c : vistel_tools::kinds()) {
         SCOPED_TRACE(c.handler);
-        FakeClock::expireAllLimits();
+        VirtualClock::expireAllLimits();
         log.clear();
         std::shared_ptr<orv::VistelEventBase> record = c.make().record;
         ASSERT_EQ(record->GetEventType(), c.kind);
@@ -150,7 +155,7 @@ TEST(AllKindsTest, EachRecordIsOneBalancedTraceSectionNamedAfterItsKind) {
     orv::VistelManager* manager = orv::VistelManager::GetInstance();
     for (const vistel_tools::KindInfo& c : vistel_tools::kinds()) {
         SCOPED_TRACE(c.name);
-        FakeClock::expireAllLimits();
+        VirtualClock::expireAllLimits();
         const vistel_tools::LibraryDump before =
                 vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
         tracecapture::start();

@@ -1,6 +1,8 @@
 // Many camera threads asking for the manager at the same moment, before anyone else has, in a
 // process where another component has left a longer text in the process-wide build-tag buffer;
 // then callers of the exported Init() while records are reported.
+#include <LogCapture.h>
+#include <VirtualClock.h>
 #include <VistelManager.h>
 #include <VistelRecords.h>
 #include <gtest/gtest.h>
@@ -11,10 +13,12 @@
 #include <future>
 #include <set>
 
-#include "FakeClock.h"
-#include "LogCapture.h"
-
 namespace vistel_test {
+
+using vistel_harness::LogCapture;
+using vistel_harness::LogLine;
+using vistel_harness::VirtualClock;
+
 namespace {
 
 TEST(ConcurrentInitTest, OneManagerOneServiceLoadTagExact) {
@@ -79,16 +83,16 @@ TEST(ConcurrentInitTest, InitCalledAgainChangesNothing) {
     EXPECT_EQ(log.withBody("Init() error: manager already built, call refused").size(), 1u);
 
     // Refusals are said at most once a second; the next line counts those held back.
-    FakeClock::advanceSeconds(0.999);
+    VirtualClock::advanceSeconds(0.999);
     manager->Init();
-    FakeClock::advanceSeconds(0.001);
+    VirtualClock::advanceSeconds(0.001);
     manager->Init();
     EXPECT_EQ(log.withBody("Init() error: manager already built, call refused (and 200 more "
                            "refused since the last line)")
                       .size(),
               1u);
     // The count starts again after each line.
-    FakeClock::advanceSeconds(1);
+    VirtualClock::advanceSeconds(1);
     manager->Init();
     EXPECT_EQ(log.withBody("Init() error: manager already built, call refused").size(), 2u);
 }

@@ -1,10 +1,12 @@
 #include <KindRegistry.h>
 #include <QorThreadManager.h>
+#include <WorkerHold.h>
 #include <dlfcn.h>
 #include <link.h>
 
 #include <atomic>
 #include <future>
+#include <optional>
 #include <thread>
 
 #include "ReporterTest.h"
@@ -138,19 +140,12 @@ TEST_F(DispatchTest, CameraThreadNeverCallsTheDynamicLoader) {
 // The queued task owns a reference to the record until its handler has run, and then lets it
 // go, even while the caller still holds the future.
 TEST_F(DispatchTest, QueuedTaskKeepsTheRecordUntilItHasRun) {
-    QorThreadManager* pool = QorThreadManager::GetInstance();
-    std::promise<void> release;
-    std::shared_future<void> released = release.get_future().share();
-    std::vector<std::future<void>> blockers;  // every worker held, so the report stays queued
-    for (size_t i = 0; i < pool->workerCount(); ++i) {
-        blockers.push_back(pool->enqueue([released] { released.wait(); }));
-    }
+    std::optional<vistel_harness::WorkerHold> held(std::in_place);  // the report stays queued
     auto record = std::make_shared<orv::vistelDumpTrace>();
     std::weak_ptr<orv::VistelEventBase> watch = record;
     std::future<int> result = manager()->reportMsgImpl(std::move(record));
     EXPECT_FALSE(watch.expired()) << "the queued task must own a reference";
-    release.set_value();
-    pool->waitIdle();
+    held.reset();  // the workers run everything queued
     EXPECT_TRUE(watch.expired()) << "the task must let the record go once it has run";
     ASSERT_TRUE(result.valid());
     EXPECT_EQ(result.get(), 0);

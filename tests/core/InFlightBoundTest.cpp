@@ -5,9 +5,11 @@
 #include <KindRegistry.h>
 #include <LibraryDump.h>
 #include <QorThreadManager.h>
+#include <WorkerHold.h>
 
 #include <algorithm>
 #include <future>
+#include <optional>
 #include <regex>
 #include <thread>
 
@@ -16,42 +18,16 @@
 #include "TraceCapture.h"
 
 namespace vistel_test {
+
+using vistel_harness::LogLine;
+using vistel_harness::VirtualClock;
+using vistel_harness::WorkerHold;
+
 namespace {
 
 using orv::InFlightBound;
 
 constexpr uint32_t kBound = InFlightBound::kBound;
-
-// Every worker of the pool held by a task of the test's own until release().
-class HeldWorkers {
-  public:
-    HeldWorkers() {
-        QorThreadManager* pool = QorThreadManager::GetInstance();
-        std::shared_future<void> released = mRelease.get_future().share();
-        std::atomic<size_t> started{0};
-        for (size_t i = 0; i < pool->workerCount(); ++i) {
-            mBlockers.push_back(pool->enqueue([released, &started] {
-                ++started;
-                released.wait();
-            }));
-        }
-        while (started.load() < pool->workerCount()) std::this_thread::yield();
-    }
-    ~HeldWorkers() { release(); }
-
-    // Lets the workers go and waits until they have run everything queued.
-    void release() {
-        if (mReleased) return;
-        mReleased = true;
-        mRelease.set_value();
-        QorThreadManager::GetInstance()->waitIdle();
-    }
-
-  private:
-    std::promise<void> mRelease;
-    std::vector<std::future<void>> mBlockers;
-    bool mReleased = false;
-};
 
 std::shared_ptr<orv::VistelEventBase> recordOf(orv::VistelEvent kind) {
     return vistel_tools::kinds()[kind].make().record;
@@ -90,7 +66,7 @@ class InFlightBoundTest : public ReporterTest {
 // every refusal counted in its kind's row.
 TEST_F(InFlightBoundTest, ShedsPastTheBoundSaysSoSparinglyAndCountsIt) {
     const vistel_tools::LibraryDump before = libraryDump();
-    HeldWorkers held;
+    std::optional<WorkerHold> held(std::in_place);
     fill(kBound, orv::kEventDumpTrace);
     ASSERT_TRUE(sheddingLines().empty());
 
@@ -102,10 +78,10 @@ TEST_F(InFlightBoundTest, ShedsPastTheBoundSaysSoSparinglyAndCountsIt) {
     EXPECT_EQ(sheddingLines(),
               std::vector<std::string>{"reportMsgImpl() error: 4096 records in flight, shedding "
                                        "from now on: 1 refused, most of kind 0 (MemLeak)"});
-    FakeClock::advanceSeconds(0.5);
+    VirtualClock::advanceSeconds(0.5);
     shed(kRefusals, orv::kEventFrameDrop);
     EXPECT_EQ(sheddingLines().size(), 1u) << "a second has not passed";
-    FakeClock::advanceSeconds(0.6);
+    VirtualClock::advanceSeconds(0.6);
     shed(kRefusals - 1, orv::kEventMemLeak);
     ASSERT_EQ(sheddingLines().size(), 2u);
     EXPECT_EQ(sheddingLines()[1],
@@ -115,9 +91,9 @@ TEST_F(InFlightBoundTest, ShedsPastTheBoundSaysSoSparinglyAndCountsIt) {
     EXPECT_EQ(sheddingLines().size(), 2u) << "a second has not passed since the last line";
 
     mLog.clear();
-    held.release();
+    held.reset();  // the workers run everything queued
     EXPECT_TRUE(sheddingLines().empty()) << "caught up within a second of the last line";
-    FakeClock::advanceSeconds(1);
+    VirtualClock::advanceSeconds(1);
     // The stop line is said by the next record to finish.
     manager()->reportMsgImpl(recordOf(orv::kEventDumpTrace)).wait();
     const std::vector<std::string> after = sheddingLines();
@@ -145,12 +121,12 @@ TEST_F(InFlightBoundTest, AFloodThatFlapsSaysAtMostOneLineASecond) {
     constexpr int kRefusals = InFlightBound::kRefusalsPerClockRead;
     constexpr int kRounds = 5;
     for (int round = 0; round < kRounds; ++round) {
-        HeldWorkers held;
+        WorkerHold held;
         fill(kBound, orv::kEventDumpTrace);
         shed(kRefusals, orv::kEventMemLeak);
-        FakeClock::advanceSeconds(0.1);
+        VirtualClock::advanceSeconds(0.1);
     }
-    FakeClock::advanceSeconds(1);
+    VirtualClock::advanceSeconds(1);
     manager()->reportMsgImpl(recordOf(orv::kEventDumpTrace)).wait();
     const std::vector<std::string> lines = sheddingLines();
     ASSERT_EQ(lines.size(), 2u) << ::testing::PrintToString(lines);
@@ -167,7 +143,7 @@ TEST_F(InFlightBoundTest, AFloodThatFlapsSaysAtMostOneLineASecond) {
 // A refused call allocates nothing: with the first allocation of the calling thread armed to
 // fail, it is never reached.
 TEST_F(InFlightBoundTest, ARefusedCallAllocatesNothing) {
-    HeldWorkers held;
+    WorkerHold held;
     fill(kBound, orv::kEventDumpTrace);
     shed(1, orv::kEventDumpTrace);  // the line that says shedding starts is logged now
     std::shared_ptr<orv::VistelEventBase> record = recordOf(orv::kEventMemLeak);
@@ -185,7 +161,7 @@ TEST_F(InFlightBoundTest, EveryCallOfAFloodIsAccountedFor) {
     const vistel_tools::LibraryDump before = libraryDump();
     std::atomic<int> queued{0};
     {
-        HeldWorkers held;
+        WorkerHold held;
         std::vector<std::thread> camera;
         for (int t = 0; t < kThreads; ++t) {
             camera.emplace_back([&queued] {
@@ -210,7 +186,7 @@ TEST_F(InFlightBoundTest, ABootBurstShedsNothing) {
     constexpr int kCameraOpens = 1000;  // a boot time-out and a scan message each
     const vistel_tools::LibraryDump before = libraryDump();
     {
-        HeldWorkers held;
+        WorkerHold held;
         for (int open = 0; open < kCameraOpens; ++open) {
             for (orv::VistelEvent kind : {orv::kEventBootTimeout, orv::kEventScanMsg}) {
                 const vistel_tools::RecordInstance instance = vistel_tools::kinds()[kind].make();
@@ -228,7 +204,7 @@ TEST_F(InFlightBoundTest, TheTraceCountsRecordsInFlightAndShed) {
     constexpr int kRefusals = 3;
     tracecapture::start();
     {
-        HeldWorkers held;
+        WorkerHold held;
         fill(kBound, orv::kEventMemLeak);
         shed(kRefusals, orv::kEventFrameDrop);
     }

@@ -13,6 +13,7 @@ namespace vistel_test {
 namespace {
 
 using orv::KindSwitch;
+using vistel_harness::LogLine;
 
 constexpr uint32_t bit(orv::VistelEvent kind) {
     return 1U << kind;
@@ -68,7 +69,7 @@ class KindSwitchFlowTest : public ReporterTest {
         ASSERT_TRUE(android::base::SetProperty(KindSwitch::kProperty, value));
     }
     // A read of the property is due again.
-    static void pastThePeriod() { FakeClock::advanceSeconds(KindSwitch::kRefreshPeriodNs / 1e9); }
+    static void pastThePeriod() { VirtualClock::advanceSeconds(KindSwitch::kRefreshPeriodNs / 1e9); }
     // Everything queued has run, the reads the records prompted included.
     static void settle() { QorThreadManager::GetInstance()->waitIdle(); }
 
@@ -106,7 +107,7 @@ const FlowCase kFlowCases[] = {
 TEST_F(KindSwitchFlowTest, SwitchedOffAndOnAgainWhileRecordsFlow) {
     for (const FlowCase& c : kFlowCases) {
         SCOPED_TRACE(c.value);
-        FakeClock::expireAllLimits();
+        VirtualClock::expireAllLimits();
         setSwitch(c.value);
         // A record run once the period is over has its worker read the property.
         pastThePeriod();
@@ -144,7 +145,7 @@ TEST_F(KindSwitchFlowTest, SwitchedOffAndOnAgainWhileRecordsFlow) {
         }
         settle();
         // Out of the limiter's way: a record sent before the switch was set would limit it.
-        FakeClock::expireAllLimits();
+        VirtualClock::expireAllLimits();
         vistelhost::reset();
         const vistel_tools::DumpRow cleared = counted(c.off);
         EXPECT_TRUE(queued(c.off)) << "the first record after the switch was cleared";

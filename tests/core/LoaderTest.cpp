@@ -1,15 +1,19 @@
 // White-box tests of the loader, linked straight from the library's objects. The ctest entry's
 // environment says which service library the process can find: VISTEL_SERVICE is "present",
 // "absent", or the name of the one symbol the service found lacks.
+#include <LogCapture.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <string>
 
-#include "LogCapture.h"
 #include "VistelLibLoader.h"
 
 namespace vistel_test {
+
+using vistel_harness::LogCapture;
+using vistel_harness::LogLine;
+
 namespace {
 
 using orv::VistelLibLoader;

@@ -1,6 +1,9 @@
 #include "ReporterTest.h"
 
 namespace vistel_test {
+
+using vistel_harness::LogLine;
+
 namespace {
 
 using orv::DATATYPE;

@@ -4,6 +4,7 @@
 // that matter (between counting a pass and checking the gate, and as close() is about to wait), so
 // each interleaving below happens on every run.
 #include <ReporterGate.h>
+#include <Signal.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -20,6 +21,7 @@ namespace vistel_test {
 namespace {
 
 using namespace std::chrono_literals;
+using vistel_harness::Signal;
 
 // What the hooks do in the test running now; nothing when unset.
 std::function<void()> gOnEntering;
@@ -46,25 +48,6 @@ using State = Gate::State;
 constexpr auto kForever = std::chrono::hours(1);
 // How long a test waits for something that happens at once before it calls it lost.
 constexpr auto kLost = 30s;
-
-// A one-shot signal between two threads.
-class Signal {
-  public:
-    void raise() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mRaised = true;
-        mChanged.notify_all();
-    }
-    void wait() {
-        std::unique_lock<std::mutex> lock(mMutex);
-        mChanged.wait(lock, [this] { return mRaised; });
-    }
-
-  private:
-    std::mutex mMutex;
-    std::condition_variable mChanged;
-    bool mRaised = false;
-};
 
 // close(bound) on a thread of its own. The gate must outlive the call: a close() that missed its
 // wake-up is left waiting when the test gives up on it.

@@ -1,10 +1,9 @@
+#include <LogCapture.h>
 #include <QorThreadManager.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <tuple>
-
-#include "LogCapture.h"
 
 // Queues through a file that defines LOG_TAG, as the telemetry library does.
 std::future<int> enqueueWithManagerTag(QorThreadManager& pool, int value);
@@ -16,12 +15,12 @@ TEST(QorThreadManagerTest, EnqueueOnStoppedPoolLogsAndStillQueues) {
     for (const std::string tag : {"QorThreadManager", "VistelManager"}) {
         QorThreadManager pool(2);
         pool.stop();
-        vistel_test::LogCapture log;
+        vistel_harness::LogCapture log;
         std::future<int> result = tag == "VistelManager" ? enqueueWithManagerTag(pool, 1)
                                                          : pool.enqueue([] { return 1; });
         EXPECT_EQ(result.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
         EXPECT_EQ(pool.pendingTasks(), 1u);
-        std::vector<vistel_test::LogLine> lines = log.lines();
+        std::vector<vistel_harness::LogLine> lines = log.lines();
         ASSERT_EQ(lines.size(), 1u);
         EXPECT_EQ(std::tie(lines[0].priority, lines[0].tag, lines[0].message),
                   std::make_tuple(ANDROID_LOG_ERROR, tag, "enqueue on stopped QorThreadManager"));

@@ -1,11 +1,10 @@
+#include <LogCapture.h>
 #include <SharedObjectLoader.h>
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 
 #include <string>
 #include <vector>
-
-#include "LogCapture.h"
 
 namespace {
 
@@ -34,10 +33,10 @@ class FixtureLoader : public SharedObjectLoader {
 // A missing library or symbol fails with one error line giving the loader's reason, and leaves
 // nothing open; a bound library stays open until unloadSo(), which resets the functions first.
 TEST(SharedObjectLoaderTest, LoadSoBindsOrClosesAndUnloadSoResetsThenCloses) {
-    vistel_test::LogCapture log;
+    vistel_harness::LogCapture log;
     FixtureLoader loader("libno_such_library.so");
     auto expectOneError = [&log](const std::string& start) {
-        std::vector<vistel_test::LogLine> lines = log.lines();
+        std::vector<vistel_harness::LogLine> lines = log.lines();
         log.clear();
         ASSERT_EQ(lines.size(), 1u);
         EXPECT_EQ(lines[0].tag, "SharedObjectLoader");

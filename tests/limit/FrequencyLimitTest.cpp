@@ -1,4 +1,6 @@
 // The limiter on its own, linked from the library's objects, with the test's clock.
+#include <LogCapture.h>
+#include <VirtualClock.h>
 #include <VistelManager.h>
 #include <gtest/gtest.h>
 
@@ -9,10 +11,13 @@
 #include <optional>
 #include <type_traits>
 
-#include "FakeClock.h"
-#include "LogCapture.h"
-
 namespace vistel_test {
+
+using vistel_harness::kNanosPerSecond;
+using vistel_harness::LogCapture;
+using vistel_harness::LogLine;
+using vistel_harness::VirtualClock;
+
 namespace {
 
 using Limit = orv::VistelManager::FrequencyLimit;
@@ -22,7 +27,7 @@ using Lines = std::vector<std::pair<int, std::string>>;  // (priority, body)
 
 class FrequencyLimitTest : public ::testing::Test {
   protected:
-    void SetUp() override { FakeClock::setNs(5000 * kNanosPerSecond); }
+    void SetUp() override { VirtualClock::setNs(5000 * kNanosPerSecond); }
 
     // The lines logged since the last call, each of which must come from `function`.
     Lines linesFrom(const std::string& function) {
@@ -97,13 +102,13 @@ TEST_F(FrequencyLimitTest, DecidersDropWithinTheirPeriod) {
         mLog.clear();
         EXPECT_FALSE(c.decide());
         EXPECT_EQ(linesFrom(c.name), (c.first ? Lines{{c.firstPriority, c.first}} : Lines{}));
-        FakeClock::advanceSeconds(c.period - 0.5);
+        VirtualClock::advanceSeconds(c.period - 0.5);
         EXPECT_TRUE(c.decide());
         EXPECT_EQ(linesFrom(c.name), interval(c.limited, c.period - 1));
-        FakeClock::advanceSeconds(0.5);
+        VirtualClock::advanceSeconds(0.5);
         EXPECT_FALSE(c.decide());
         EXPECT_EQ(linesFrom(c.name), interval(c.passed != nullptr ? c.passed : c.limited, c.period));
-        FakeClock::advanceSeconds(-1);
+        VirtualClock::advanceSeconds(-1);
         EXPECT_FALSE(c.decide());
         EXPECT_EQ(linesFrom(c.name), (Lines{{c.backwardsPriority, c.backwards}}));
         EXPECT_TRUE(c.decide()) << "re-armed at the earlier time";
@@ -345,7 +350,7 @@ void expectDropped(const KeyedMap& map, const Counts& before, const Counts& afte
 // next record gets what it would have got had nothing been dropped (a limiter that never grew
 // says so), and below the bound it is still there: its next record logs its interval, as ever.
 TEST_F(FrequencyLimitTest, BoundDropsOnlyKeysWhoseNextRecordPassesAnyway) {
-    const int64_t start = FakeClock::nowNs();
+    const int64_t start = VirtualClock::nowNs();
     // 70 years: further than a 32-bit count of seconds reaches, so only the clock's order keeps
     // the probe, not its interval.
     const int64_t seventyYearsNs = int64_t{70} * 365 * 24 * kHourNs;
@@ -372,25 +377,25 @@ TEST_F(FrequencyLimitTest, BoundDropsOnlyKeysWhoseNextRecordPassesAnyway) {
             gOwnKeys.clear();
             {
                 Limit unbounded;
-                FakeClock::setNs(start);
+                VirtualClock::setNs(start);
                 EXPECT_FALSE(map.decide(unbounded, kProbe));
-                FakeClock::setNs(start + c.nextAt);
+                VirtualClock::setNs(start + c.nextAt);
                 keptAnswer = map.decide(unbounded, kProbe);
             }
             EXPECT_EQ(keptAnswer, c.nextLimited) << "what a key that was kept gets";
 
             gOwnKeys.clear();
             Limit limit;
-            FakeClock::setNs(start);
+            VirtualClock::setNs(start);
             EXPECT_FALSE(map.decide(limit, kProbe));
-            FakeClock::setNs(start + c.scanAt);
+            VirtualClock::setNs(start + c.scanAt);
             const Counts before = countsOf(limit, map);
             for (size_t i = 1; i < c.keys; ++i) EXPECT_FALSE(map.decide(limit, keyText(i)));
             const Counts after = countsOf(limit, map);
             EXPECT_EQ(after.keys, c.keys - c.dropped);
             expectDropped(map, before, after, c.dropped);
 
-            FakeClock::setNs(start + c.nextAt);
+            VirtualClock::setNs(start + c.nextAt);
             mLog.clear();
             EXPECT_EQ(map.decide(limit, kProbe), keptAnswer);
             std::string line = map.intervalLine;
@@ -400,7 +405,7 @@ TEST_F(FrequencyLimitTest, BoundDropsOnlyKeysWhoseNextRecordPassesAnyway) {
                     << "a kept key's record logs its interval, a dropped one's none";
         }
     }
-    FakeClock::setNs(start);
+    VirtualClock::setNs(start);
 }
 
 // A scan of a pair map's first names drops every expired pair, keeping the first name while one
@@ -414,9 +419,9 @@ TEST_F(FrequencyLimitTest, BoundDropsExpiredPairsOfAFirstNameItKeeps) {
             return (limit.*policy)(pairRecord(first, second).get());
         };
         EXPECT_FALSE(decide("node", "old"));
-        FakeClock::advanceSeconds(1800);
+        VirtualClock::advanceSeconds(1800);
         EXPECT_FALSE(decide("node", "young"));
-        FakeClock::advanceSeconds(1800);
+        VirtualClock::advanceSeconds(1800);
         const uint64_t before = limit.keyCounts()[slot].dropped;
         for (size_t i = 1; i <= kKeyBound; ++i) EXPECT_FALSE(decide(keyText(i), "stream"));
         EXPECT_EQ(limit.keyCounts()[slot].dropped - before, 1u);
@@ -457,14 +462,14 @@ TEST_F(FrequencyLimitTest, PairMapLevelsAreScannedApart) {
                 // The probe pair ("node", kProbe) and 2,048 other first names, all fresh.
                 EXPECT_FALSE(decide("node", kProbe));
                 growFirstNames(kKeyBound);
-                FakeClock::advanceSeconds(3600);
+                VirtualClock::advanceSeconds(3600);
                 before = limit.keyCounts()[slot].dropped;
                 growSecondNames(kKeyBound);  // "node" now has 2,049 second names
             } else {
                 // The probe first name, then 2,049 fresh second names under "node", then first
                 // names up to 2,049 with "node" and the probe.
                 EXPECT_FALSE(decide(kProbe, "stream"));
-                FakeClock::advanceSeconds(3600);
+                VirtualClock::advanceSeconds(3600);
                 growSecondNames(kKeyBound + 1);
                 before = limit.keyCounts()[slot].dropped;
                 growFirstNames(kKeyBound - 1);
@@ -497,7 +502,7 @@ TEST_F(FrequencyLimitTest, ScansAboveTheBoundAreSpacedOut) {
             size_t key = 0;
             while (key < c.freshKeys) EXPECT_FALSE(map.decide(limit, keyText(key++)));
             expectDropped(map, before, countsOf(limit, map), 0);
-            FakeClock::advanceSeconds(3600);
+            VirtualClock::advanceSeconds(3600);
             while (key < c.nextScan - 1) EXPECT_FALSE(map.decide(limit, keyText(key++)));
             Counts counts = countsOf(limit, map);
             EXPECT_EQ(counts.keys, c.nextScan - 1);
@@ -524,7 +529,7 @@ TEST_F(FrequencyLimitTest, DistinctKeysWithoutEndStayNearTheBound) {
         size_t most = 0;
         for (size_t i = 0; i < kDistinctKeys; ++i) {
             EXPECT_FALSE(map.decide(limit, keyText(i)));
-            FakeClock::advanceSeconds(3.6);
+            VirtualClock::advanceSeconds(3.6);
             if (i % 64 == 0 || i + 1 == kDistinctKeys) {
                 most = std::max(most, countsOf(limit, map).keys);
             }

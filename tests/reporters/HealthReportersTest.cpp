@@ -11,6 +11,9 @@
 #include "ReporterText.h"
 
 namespace vistel_test {
+
+using vistel_harness::VirtualClock;
+
 namespace {
 
 using namespace orv;
@@ -313,16 +316,16 @@ TEST_F(HealthReportersTest, RateLimits) {
     auto outputs = [] { return ovrixhost::reported().size() + orvloghost::jankPrints().size(); };
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.dropLine);
-        FakeClock::expireAllLimits();
+        VirtualClock::expireAllLimits();
         ASSERT_EQ(report(c.first), 0);
-        FakeClock::advanceSeconds(c.periodS - 1);
+        VirtualClock::advanceSeconds(c.periodS - 1);
         ovrixhost::reset();
         orvloghost::reset();
         mLog.clear();
         EXPECT_EQ(report(c.later), -2);
         EXPECT_EQ(outputs(), 0u);
         EXPECT_EQ(managerLines(mLog, false).back(), c.dropLine);
-        FakeClock::advanceSeconds(1);
+        VirtualClock::advanceSeconds(1);
         EXPECT_EQ(report(c.later), 0);
         EXPECT_EQ(outputs(), 1u);
     }

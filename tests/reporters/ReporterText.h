@@ -2,6 +2,7 @@
 // the Ovrix service.
 #pragma once
 
+#include <LogCapture.h>
 #include <OvrixEvent.h>
 #include <android/log.h>
 #include <strings.h>
@@ -9,10 +10,13 @@
 #include <string>
 #include <vector>
 
-#include "LogCapture.h"
 #include "ReporterTest.h"
 
 namespace vistel_test {
+
+using vistel_harness::LogCapture;
+
+using vistel_harness::LogLine;
 
 using Strings = std::vector<std::string>;
 

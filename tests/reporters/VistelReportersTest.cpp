@@ -19,6 +19,9 @@
 #include "ReporterText.h"
 
 namespace vistel_test {
+
+using vistel_harness::VirtualClock;
+
 namespace {
 
 using namespace orv;
@@ -331,7 +334,7 @@ TEST_F(VistelReportersTest, UnterminatedTextsEndAtTheirField) {
     for (const VistelCase& c : kCases) {
         SCOPED_TRACE(handlerOf(c.kind));
         covered.insert(c.kind);
-        FakeClock::expireAllLimits();
+        VirtualClock::expireAllLimits();
         vistelhost::reset();
         mLog.clear();
         const Sample sample = sampleOf(c);
@@ -373,7 +376,7 @@ TEST_F(VistelReportersTest, RefusalAtAnyStepEndsTheReport) {
         const size_t paramCount = sampleOf(c).params.size();
         for (size_t step = 0; step <= paramCount + 1; ++step) {
             SCOPED_TRACE(std::string(handlerOf(c.kind)) + " step " + std::to_string(step));
-            FakeClock::expireAllLimits();
+            VirtualClock::expireAllLimits();
             vistelhost::reset();
             mLog.clear();
             if (step == 0) vistelhost::failNextCreate();
@@ -429,10 +432,10 @@ TEST_F(VistelReportersTest, LimiterStatePerKindAndKey) {
             {kEventMemLeak, a, 1, true},
             {kEventMemAllocFail, b, 0, true},
     };
-    FakeClock::expireAllLimits();
+    VirtualClock::expireAllLimits();
     for (size_t i = 0; i < std::size(kSteps); ++i) {
         SCOPED_TRACE("step " + std::to_string(i));
-        FakeClock::advanceSeconds(kSteps[i].afterS);
+        VirtualClock::advanceSeconds(kSteps[i].afterS);
         vistelhost::reset();
         EXPECT_EQ(report(sampleOf(kSteps[i].kind, "", kSteps[i].keys).record), 0);
         EXPECT_EQ(vistelhost::sentEvents().size(), kSteps[i].sent ? 1u : 0u);

@@ -8,6 +8,7 @@
 // before the children do.
 #include <KindRegistry.h>
 #include <LibraryDump.h>
+#include <LogCapture.h>
 #include <VistelManager.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -19,9 +20,12 @@
 
 #include "FailingAllocations.h"
 #include "Handlers.h"
-#include "LogCapture.h"
 
 namespace vistel_test {
+
+using vistel_harness::LogCapture;
+using vistel_harness::LogLine;
+
 namespace {
 
 // How a child ends.

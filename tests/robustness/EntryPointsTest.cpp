@@ -8,7 +8,9 @@
 // gets through without reaching it.
 #include <KindRegistry.h>
 #include <LibraryDump.h>
+#include <LogCapture.h>
 #include <OvrixEvent.h>
+#include <VirtualClock.h>
 #include <VistelHostService.h>
 #include <VistelManager.h>
 #include <gtest/gtest.h>
@@ -18,11 +20,14 @@
 #include <string>
 
 #include "FailingAllocations.h"
-#include "FakeClock.h"
 #include "Handlers.h"
-#include "LogCapture.h"
 
 namespace vistel_test {
+
+using vistel_harness::LogCapture;
+using vistel_harness::LogLine;
+using vistel_harness::VirtualClock;
+
 namespace {
 
 using orv::VistelManager;
@@ -77,7 +82,7 @@ TEST_F(EntryPointsTest, ReportMsgImplOutOfMemoryGivesAnInvalidFuture) {
         long n = 1;
         for (; n < kMostAllocations; ++n) {
             std::shared_ptr<orv::VistelEventBase> record = c.make().record;
-            FakeClock::expireAllLimits();
+            VirtualClock::expireAllLimits();
             mLog.clear();
             std::future<int> result;
             if (!failingAllocation(n, [&] { result = manager()->reportMsgImpl(record); })) {
@@ -113,7 +118,7 @@ TEST_F(EntryPointsTest, ReporterOutOfMemoryFailsThatReportOnly) {
         SCOPED_TRACE(c.handler);
         for (long n = 1; n < kMostAllocations; ++n) {
             std::shared_ptr<orv::VistelEventBase> record = c.make().record;
-            FakeClock::expireAllLimits();
+            VirtualClock::expireAllLimits();
             vistelhost::reset();
             const vistel_tools::DumpRow before = rowOf(c.kind);
             mLog.clear();
@@ -194,7 +199,7 @@ TEST_F(EntryPointsTest, ARecordWithAnotherBodyIsRefusedOneWithTheSameBodyIsRead)
             if (other.kind == c.kind) continue;
             const bool same = &other.layout() == &c.layout();
             if (!same && other.kind != (c.kind + 1) % orv::kVistelEventCount) continue;
-            FakeClock::expireAllLimits();
+            VirtualClock::expireAllLimits();
             vistelhost::reset();
             ovrixhost::reset();
             const vistel_tools::DumpRow before = rowOf(c.kind);
@@ -225,7 +230,7 @@ TEST_F(EntryPointsTest, AServiceThatThrowsFailsThatRecordOnly) {
     for (const vistel_tools::KindInfo& c : vistel_tools::kinds()) {
         SCOPED_TRACE(c.handler);
         for (int round = 0; round < kRounds; ++round) {
-            FakeClock::expireAllLimits();
+            VirtualClock::expireAllLimits();
             vistelhost::reset();
             ovrixhost::reset();
             vistelhost::throwFromNextSend();
@@ -259,7 +264,7 @@ TEST_F(EntryPointsTest, AServiceThatThrowsFailsThatRecordOnly) {
     const vistel_tools::LibraryDump dump =
             vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
     EXPECT_EQ(dump.inFlight.rfind("records in flight: 0 now", 0), 0u) << dump.inFlight;
-    FakeClock::expireAllLimits();
+    VirtualClock::expireAllLimits();
     EXPECT_EQ(
             manager()->reportMsgImpl(vistel_tools::kinds()[orv::kEventMemLeak].make().record).get(),
             0);
@@ -275,7 +280,7 @@ TEST_F(EntryPointsTest, AReportFromADestructorWhileUnwindingIsCountedAsItEnds) {
                     vistel_tools::kinds()[orv::kEventMemLeak].make().record);
         }
     };
-    FakeClock::expireAllLimits();
+    VirtualClock::expireAllLimits();
     const vistel_tools::DumpRow before = rowOf(orv::kEventMemLeak);
     int result = 1;
     try {

@@ -39,7 +39,10 @@
 // library that matter to a mode go to stderr.
 #include <KindRegistry.h>
 #include <QorThreadManager.h>
+#include <ThreadHold.h>
+#include <VirtualClock.h>
 #include <VistelManager.h>
+#include <WorkerHold.h>
 #include <android/log.h>
 #include <dlfcn.h>
 #include <sys/wait.h>
@@ -59,7 +62,6 @@
 
 #include "FailingAllocations.h"
 #include "Handlers.h"
-#include "ThreadHold.h"
 #include "VistelKinds.h"
 
 namespace {
@@ -70,13 +72,14 @@ constexpr nsecs_t kNowNs = 5000 * 1000000000LL;
 // Where a mode holds the first thread that gets there.
 enum class HoldPoint { kNone, kClock, kServiceSend, kRecordKind, kAllocation };
 
-using Hold = vistel_test::ThreadHold<HoldPoint>;
+using Hold = vistel_harness::ThreadHold<HoldPoint>;
 
 // Never destroyed: workers may still reach them while static destructors run.
 Hold& gHold = *new Hold;
 std::future<int>& gHeldReport = *new std::future<int>;
 std::thread* gCameraThread = nullptr;
 std::thread* gWaiter = nullptr;
+vistel_harness::WorkerHold* gWorkerHold = nullptr;
 
 orv::VistelManager* manager() {
     return orv::VistelManager::GetInstance();
@@ -193,11 +196,9 @@ void callAfterDestruction() {
     destroyed->dump(STDERR_FILENO);
 }
 
-std::promise<void>& gWorkersReleased = *new std::promise<void>;
-
 void releaseWorkers() {
     gForwardAll = true;  // the late task's line
-    gWorkersReleased.set_value();
+    gWorkerHold->releaseAll();
 }
 
 void joinWaiter() {
@@ -225,16 +226,7 @@ void reportOnFirstLine(const struct __android_logger_data* data, const char* mes
 // Holds every worker of the pool with a task of its own, then queues a report behind them.
 std::future<int> reportBehindHeldWorkers() {
     manager();
-    QorThreadManager* pool = QorThreadManager::GetInstance();
-    std::shared_future<void> released = gWorkersReleased.get_future().share();
-    static std::atomic<size_t> started{0};
-    for (size_t i = 0; i < pool->workerCount(); ++i) {
-        pool->enqueue([released] {
-            ++started;
-            released.wait();
-        });
-    }
-    while (started.load() < pool->workerCount()) std::this_thread::yield();
+    gWorkerHold = new vistel_harness::WorkerHold;
     return manager()->reportMsgImpl(recordOf(orv::kEventMemLeak));
 }
 
@@ -272,15 +264,11 @@ void unloadModule(const char* variable) {
 
 }  // namespace
 
-// Takes the place of libutils' clock for the library, which reads it inside the limiter. Only an
-// exported definition does: the project builds with hidden visibility by default.
-__attribute__((visibility("default"))) nsecs_t systemTime(int /*clock*/) {
-    gHold.holdHere(HoldPoint::kClock);
-    return kNowNs;
-}
-
 int main(int argc, char** argv) {
     const std::string mode = argc == 2 ? argv[1] : "";
+    // The library reads the clock inside the limiter, where a mode may hold its thread.
+    vistel_harness::VirtualClock::setNs(kNowNs);
+    vistel_harness::VirtualClock::setReadHook([] { gHold.holdHere(HoldPoint::kClock); });
     __android_log_set_logger(forwardSomeLines);
     // Registered before the manager is built, so it runs after the manager's destructor.
     atexit(joinWaiter);

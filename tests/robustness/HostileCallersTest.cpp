@@ -10,6 +10,7 @@
 //   a worker pool that logs when first asked for, and a logger that calls GetInstance()->Init() on
 //   that line (before the manager's own Init): the manager must still come up initialised
 #include <QorThreadManager.h>
+#include <ThreadHold.h>
 #include <VistelManager.h>
 #include <android/log.h>
 #include <dlfcn.h>
@@ -26,9 +27,10 @@
 #include <string>
 #include <thread>
 
-#include "ThreadHold.h"
-
 namespace vistel_test {
+
+using vistel_harness::ThreadHold;
+
 namespace {
 // Set by the one scenario whose worker pool logs when it is first asked for.
 bool gPoolLogs = false;

@@ -4,6 +4,7 @@
 // counted so; the dump names the missing entry point.
 #include <KindRegistry.h>
 #include <LibraryDump.h>
+#include <LogCapture.h>
 #include <OvrixEvent.h>
 #include <VistelManager.h>
 #include <gtest/gtest.h>
@@ -13,9 +14,12 @@
 #include <cstdlib>
 #include <string>
 
-#include "LogCapture.h"
-
 namespace vistel_test {
+
+using vistel_harness::endsWith;
+using vistel_harness::LogCapture;
+using vistel_harness::LogLine;
+
 namespace {
 
 using orv::VistelEvent;
@@ -53,10 +57,6 @@ std::string errorEnding(ErrorLine error, const char* handler, const void* record
     char address[32];
     snprintf(address, sizeof(address), "%p", record);
     return std::string(handler) + "() error: event=" + address + ", inited=0 not valid";
-}
-
-bool endsWith(const std::string& text, const std::string& end) {
-    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
 TEST(NotInitialisedTest, EveryKindRefusesAndReportsNothing) {

@@ -10,8 +10,11 @@
 // through if its quiet period has run out since the phase in which it last let one through.
 #include <KindRegistry.h>
 #include <LibraryDump.h>
+#include <LogCapture.h>
 #include <OvrixEvent.h>
 #include <RecordJson.h>
+#include <ServiceTaps.h>
+#include <VirtualClock.h>
 #include <VistelHostService.h>
 #include <VistelManager.h>
 #include <android/log.h>
@@ -29,9 +32,11 @@
 #include <thread>
 #include <vector>
 
-#include "FakeClock.h"
-
 namespace vistel_test {
+
+using vistel_harness::kNanosPerSecond;
+using vistel_harness::VirtualClock;
+
 namespace {
 
 using orv::VistelEvent;
@@ -214,15 +219,13 @@ class StressTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
         // Tens of thousands of lines would only slow the run down; nothing here reads them.
-        __android_log_set_logger([](const struct __android_logger_data*, const char*) {});
+        __android_log_set_logger(vistel_harness::discardLogLine);
         orv::VistelManager::GetInstance();
     }
 
     void SetUp() override {
-        FakeClock::expireAllLimits();
-        vistelhost::reset();
-        ovrixhost::reset();
-        orvloghost::reset();
+        VirtualClock::expireAllLimits();
+        vistel_harness::resetServices();
         mCountersBefore = vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
     }
 
@@ -234,9 +237,9 @@ class StressTest : public ::testing::Test {
     // Runs every phase; `armFault`, when given, is called by the camera threads after each record
     // with its serial, to make the service refuse calls while the others report.
     void run(const std::function<void(int mark)>& armFault = nullptr) {
-        const int64_t startNs = FakeClock::nowNs();
+        const int64_t startNs = VirtualClock::nowNs();
         for (int phase = 0; phase < kPhases; ++phase) {
-            FakeClock::setNs(startNs + kPhaseStartsS[phase] * kNanosPerSecond);
+            VirtualClock::setNs(startNs + kPhaseStartsS[phase] * kNanosPerSecond);
             runPhase(phase, armFault);
         }
         attributeEvents();
@@ -272,7 +275,7 @@ class StressTest : public ::testing::Test {
                                                           makeRecord(load, key, keyNumber, mark)));
                     if (armFault) armFault(mark);
                     if (i % kTickEvery == kTickEvery - 1 && ticks.fetch_add(1) < kPhaseSpanS) {
-                        FakeClock::advanceSeconds(1);
+                        VirtualClock::advanceSeconds(1);
                     }
                 }
             });

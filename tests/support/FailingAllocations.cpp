@@ -1,9 +1,9 @@
 #include "FailingAllocations.h"
 
+#include <LogCapture.h>
+
 #include <cstdlib>
 #include <new>
-
-#include "LogCapture.h"
 
 namespace {
 
@@ -16,7 +16,7 @@ void* allocate(size_t size) {
         tNextAllocationHook = nullptr;
         hook();
     }
-    if (tAllocationsBeforeFailure > 0 && !vistel_test::LogCapture::capturing() &&
+    if (tAllocationsBeforeFailure > 0 && !vistel_harness::LogCapture::capturing() &&
         --tAllocationsBeforeFailure == 0) {
         throw std::bad_alloc();
     }

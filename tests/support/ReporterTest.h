@@ -1,7 +1,10 @@
 // Fixture for tests that report through the manager to the host services.
 #pragma once
 
+#include <LogCapture.h>
 #include <OvrixEvent.h>
+#include <ServiceTaps.h>
+#include <VirtualClock.h>
 #include <VistelHostService.h>
 #include <VistelManager.h>
 #include <gtest/gtest.h>
@@ -9,19 +12,18 @@
 
 #include <memory>
 
-#include "FakeClock.h"
-#include "LogCapture.h"
-
 namespace vistel_test {
+
+using vistel_harness::VirtualClock;
+
+using vistel_harness::LogCapture;
 
 class ReporterTest : public ::testing::Test {
   protected:
     void SetUp() override {
         manager();  // built before anything is captured
-        FakeClock::expireAllLimits();
-        vistelhost::reset();
-        ovrixhost::reset();
-        orvloghost::reset();
+        VirtualClock::expireAllLimits();
+        vistel_harness::resetServices();
         mLog.clear();
     }
 

@@ -6,10 +6,11 @@
 //     hold.waitUntilHeld();  /* the moment */  hold.release();
 #pragma once
 
-#include <condition_variable>
 #include <mutex>
 
-namespace vistel_test {
+#include "Signal.h"
+
+namespace vistel_harness {
 
 template <typename Point>
 class ThreadHold {
@@ -22,28 +23,23 @@ class ThreadHold {
     }
     // Called at `point`: the first thread to get there while it is armed waits there.
     void holdHere(Point point = Point{}) {
-        std::unique_lock<std::mutex> lock(mMutex);
-        if (point != mArmed || mEntered) return;
-        mEntered = true;
-        mChanged.notify_all();
-        mChanged.wait(lock, [this] { return mOpen; });
+        {
+            std::lock_guard<std::mutex> lock(mMutex);
+            if (point != mArmed || mTaken) return;
+            mTaken = true;
+        }
+        mEntered.raise();
+        mOpen.wait();
     }
-    void waitUntilHeld() {
-        std::unique_lock<std::mutex> lock(mMutex);
-        mChanged.wait(lock, [this] { return mEntered; });
-    }
-    void release() {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mOpen = true;
-        mChanged.notify_all();
-    }
+    void waitUntilHeld() { mEntered.wait(); }
+    void release() { mOpen.raise(); }
 
   private:
     std::mutex mMutex;
-    std::condition_variable mChanged;
-    Point mArmed;           // guarded by mMutex
-    bool mEntered = false;  // guarded by mMutex
-    bool mOpen = false;     // guarded by mMutex
+    Point mArmed;         // guarded by mMutex
+    bool mTaken = false;  // guarded by mMutex: a thread has got there
+    Signal mEntered;
+    Signal mOpen;
 };
 
-}  // namespace vistel_test
+}  // namespace vistel_harness

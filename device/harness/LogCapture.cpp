@@ -1,35 +1,40 @@
 #include "LogCapture.h"
 
-#include <android/log.h>
+#include <mutex>
+#include <utility>
 
-#include <regex>
-
-namespace vistel_test {
+namespace vistel_harness {
 
 namespace {
 
 std::mutex gMutex;
 std::vector<LogLine> gLines;  // guarded by gMutex
 
+// Splits "<function><<line>>: [<build tag>]<body>"; a line without that prefix is all body.
 LogLine parse(int priority, const char* tag, const char* message) {
-    static const std::regex kPrefix(R"(^([^<]*)<(\d+)>: \[([^\]]*)\]([\s\S]*)$)");
     LogLine line{priority, tag ? tag : "", message ? message : "", "", -1, "", ""};
-    std::smatch match;
-    if (std::regex_match(line.message, match, kPrefix)) {
-        line.function = match[1];
-        line.line = std::stoi(match[2]);
-        line.buildTag = match[3];
-        line.body = match[4];
-    } else {
-        line.body = line.message;
+    const std::string& text = line.message;
+    const size_t open = text.find('<');
+    const size_t close = open == std::string::npos ? open : text.find(">: [", open);
+    const size_t tagEnd = close == std::string::npos ? close : text.find(']', close);
+    const bool digits = close != std::string::npos && close > open + 1 &&
+                        text.find_first_not_of("0123456789", open + 1) == close;
+    if (!digits || tagEnd == std::string::npos) {
+        line.body = text;
+        return line;
     }
+    line.function = text.substr(0, open);
+    line.line = std::stoi(text.substr(open + 1, close - open - 1));
+    line.buildTag = text.substr(close + 4, tagEnd - close - 4);
+    line.body = text.substr(tagEnd + 1);
     return line;
 }
 
 thread_local bool tCapturing = false;
 
 void capture(const struct __android_logger_data* data, const char* message) {
-    // Keeping the line is the test's work, not the library's: it is never where memory runs out.
+    // Keeping the line is the capture's work, not the library's: it is never where memory runs
+    // out.
     tCapturing = true;
     LogLine line = parse(data->priority, data->tag, message);
     {
@@ -59,6 +64,11 @@ std::vector<LogLine> LogCapture::lines() const {
     return gLines;
 }
 
+std::vector<LogLine> LogCapture::take() {
+    std::lock_guard<std::mutex> lock(gMutex);
+    return std::exchange(gLines, {});
+}
+
 std::vector<LogLine> LogCapture::withBody(const std::string& body) const {
     std::vector<LogLine> found;
     for (const LogLine& line : lines()) {
@@ -81,4 +91,10 @@ void LogCapture::clear() {
     gLines.clear();
 }
 
-}  // namespace vistel_test
+void discardLogLine(const struct __android_logger_data* /*data*/, const char* /*message*/) {}
+
+bool endsWith(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+}  // namespace vistel_harness
