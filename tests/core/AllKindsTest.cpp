@@ -10,7 +10,7 @@
 #include "FakeClock.h"
 #include "Handlers.h"
 #include "KindRegistry.h"
-#include "LibraryDump.h"
+#include "LibraryCounters.h"
 #include "LogCapture.h"
 
 namespace vistel_test {
@@ -28,8 +28,7 @@ TEST(AllKindsTest, WithoutTheServiceTheManagerBuildsAndPrimitivesRefuse) {
     LogCapture log;
     orv::VistelManager* manager = orv::VistelManager::GetInstance();
     EXPECT_TRUE(log.has(ANDROID_LOG_ERROR, "Init", "Init() VistelLibLoader::getInstance failed"));
-    EXPECT_EQ(vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines()).service,
-              "vistel service: not bound: libvistel.so could not be opened");
+    EXPECT_EQ(vistel_tools::readLibraryCounters().binding, VISTEL_BINDING_LIBRARY_MISSING);
     EXPECT_EQ(log.withBody("registerFunction() registered ok eventId:31").size(), 1u);
     log.clear();
     void* eventObj = nullptr;
@@ -57,15 +56,13 @@ TEST(AllKindsTest, EachKindReachesItsOwnHandler) {
         log.clear();
         std::shared_ptr<orv::VistelEventBase> record = c.make().record;
         ASSERT_EQ(record->GetEventType(), c.kind);
-        const vistel_tools::LibraryDump before =
-                vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+        const vistel_tools::LibraryCounters before = vistel_tools::readLibraryCounters();
         std::future<int> result = manager->reportMsgImpl(record);
         ASSERT_TRUE(result.valid());
         EXPECT_EQ(result.get(), serviceAbsent() ? refusedResult(c.kind) : 0);
 
         // The worker counted the record under its own kind and no other.
-        const vistel_tools::LibraryDump after =
-                vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+        const vistel_tools::LibraryCounters after = vistel_tools::readLibraryCounters();
         EXPECT_EQ((after.kinds.at(c.kind) - before.kinds.at(c.kind)).records, 1u);
         EXPECT_EQ((after.total - before.total).records, 1u);
 
