@@ -6,7 +6,6 @@
 
 #include "Catalog.h"
 #include "Dictionary.h"
-#include "LibraryDump.h"
 #include "RecordJson.h"
 #include "ReportWriter.h"
 #include "Scenario.h"
@@ -260,7 +259,7 @@ int replay(const CommandLine& command, std::ostream& out, std::ostream& err) {
         writer->step(report);
     }
     writer->finish(summary);
-    if (command.report.dump) writer->dump(vistel_tools::libraryDumpLines());
+    if (command.report.dump) writer->dump();
     return kExitOk;
 }
 
