@@ -316,8 +316,8 @@ void runBacklog(const Step& step, StepReport& report) {
     size_t observed = 0;
     for (HandedOver& record : handed) {
         if (!record.result.valid()) {
-            addRecord(report,
-                      {step.atSeconds, 0, record.endedAtDoor, {ordered_json::array(), {}, counted}});
+            Observed nothing{ordered_json::array(), {}, counted};
+            addRecord(report, {step.atSeconds, 0, record.endedAtDoor, std::move(nothing)});
             continue;
         }
         const int answer = record.result.get();

@@ -277,8 +277,11 @@ void VistelManager::fillSnapshot(VistelCounterSnapshot& counts) {
     counts.policyCount = keyCounts.size();
     for (size_t i = 0; i < keyCounts.size(); ++i) {
         const FrequencyLimit::KeyCount& count = keyCounts[i];
-        const bool busy = count.keys == FrequencyLimit::KeyCount::kBusy;
-        counts.policies[i] = {count.policy, busy ? 0 : count.keys, count.dropped, busy ? 1u : 0u, 0};
+        VistelPolicyKeys& keys = counts.policies[i];
+        keys.policy = count.policy;
+        keys.busy = count.keys == FrequencyLimit::KeyCount::kBusy ? 1 : 0;
+        keys.keys = keys.busy != 0 ? 0 : count.keys;
+        keys.dropped = count.dropped;
     }
 }
 

@@ -103,8 +103,9 @@ TEST(NotInitialisedTest, EveryKindRefusesAndReportsNothing) {
         counted.name = info.name;
         counted.records = 1;
         // The trace request of a time-out checks nothing and sends nothing.
-        counted[error == ErrorLine::kNone ? VISTEL_OUTCOME_NO_EVENT : VISTEL_OUTCOME_NOT_INITIALISED] =
-                1;
+        const VistelOutcome outcome = error == ErrorLine::kNone ? VISTEL_OUTCOME_NO_EVENT
+                                                                : VISTEL_OUTCOME_NOT_INITIALISED;
+        counted[outcome] = 1;
         EXPECT_EQ(after.kinds.at(info.kind) - before.kinds.at(info.kind), counted);
         vistel_tools::CounterRow moved = after.total - before.total;
         moved.name = info.name;
