@@ -35,7 +35,8 @@ static_assert(kOutcomes <= kVistelSnapshotOutcomes, "a snapshot slot per outcome
 // it.
 constexpr size_t kPrintedOutcomes = static_cast<size_t>(Outcome::kOff);
 
-// One cache line per row, so that workers running different kinds never write to the same one.
+// Each row on cache lines of its own, so that workers running different kinds never write to the
+// same one.
 struct alignas(64) KindCounters {
     std::atomic<uint64_t> records{0};
     std::atomic<uint64_t> outcomes[kOutcomes] = {};  // indexed by Outcome
