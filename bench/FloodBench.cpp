@@ -10,7 +10,7 @@
 //                               300 ms (the dynamic loader holds its lock all that time): the
 //                               calls that waited (a voluntary context switch), and the worst and
 //                               99th percentile of those the scheduler did not interrupt
-#include <LibraryDump.h>
+#include <LibraryCounters.h>
 #include <QorThreadManager.h>
 #include <VistelManager.h>
 #include <benchmark/benchmark.h>
@@ -89,7 +89,7 @@ class MemoryPeak {
 };
 
 uint64_t recordsCounted() {
-    return vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines()).total.records;
+    return vistel_tools::readLibraryCounters().total.records;
 }
 
 // BM_Flood/<threads>/1 reports; BM_Flood/<threads>/0, its floor, makes and drops the same

@@ -32,6 +32,7 @@
 #include <array>
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <future>
 #include <map>
@@ -55,6 +56,102 @@
 #define VISTEL_REQUIRES(x) VISTEL_THREAD_ATTRIBUTE(requires_capability(x))
 
 class QorThreadManager;
+
+// ---- The counters as numbers, for VistelManager::snapshotCounters() ----
+// Plain C structures of fixed-width fields. Later versions only append fields: a caller sets `size`
+// to the sizeof it was compiled with, and the library fills the fields that fit in it.
+
+// What became of a record, one slot per outcome in the dump's column order, with the name the dump
+// and the tools print. One list: the library's counters, its dump, the snapshot and the tools'
+// reader all expand it.
+//   sent             every event it handed to a service was taken
+//   limited          the rate limiter dropped it
+//   no-event         answered without handing any event to a service
+//   not-initialised  refused unsent: no service bound, a null record, the manager destroyed
+//   failed           a service refused one of its events, or memory ran out building one
+//   shed             refused at the door: too many records in flight
+//   off              refused because its kind is switched off; not counted yet, always 0
+#define VISTEL_OUTCOMES(X)                                                \
+    X(kSent, VISTEL_OUTCOME_SENT, "sent")                                 \
+    X(kLimited, VISTEL_OUTCOME_LIMITED, "limited")                        \
+    X(kNoEvent, VISTEL_OUTCOME_NO_EVENT, "no-event")                      \
+    X(kNotInitialised, VISTEL_OUTCOME_NOT_INITIALISED, "not-initialised") \
+    X(kFailed, VISTEL_OUTCOME_FAILED, "failed")                           \
+    X(kShed, VISTEL_OUTCOME_SHED, "shed")                                 \
+    X(kOff, VISTEL_OUTCOME_OFF, "off")
+
+enum VistelOutcome : uint32_t {
+#define VISTEL_OUTCOME_SLOT(enumerator, slot, name) slot,
+    VISTEL_OUTCOMES(VISTEL_OUTCOME_SLOT)
+#undef VISTEL_OUTCOME_SLOT
+            VISTEL_OUTCOME_COUNT
+};
+
+// "sent", "limited", ... "off"; null for a slot past the list.
+inline const char* vistelOutcomeName(uint32_t slot) {
+    static constexpr const char* kNames[] = {
+#define VISTEL_OUTCOME_NAME(enumerator, slot, name) name,
+            VISTEL_OUTCOMES(VISTEL_OUTCOME_NAME)
+#undef VISTEL_OUTCOME_NAME
+    };
+    return slot < VISTEL_OUTCOME_COUNT ? kNames[slot] : nullptr;
+}
+
+// Room in the snapshot: rows for more kinds, outcomes and keyed policies than there are today.
+constexpr uint32_t kVistelSnapshotKinds = 64;
+constexpr uint32_t kVistelSnapshotOutcomes = 8;
+constexpr uint32_t kVistelSnapshotPolicies = 16;
+
+// One row of the dump: the records, each counted once under the one outcome it ended in, and the
+// events the services took (a frame drop record sends one per group).
+struct VistelCountsRow {
+    uint64_t records;
+    uint64_t outcomes[kVistelSnapshotOutcomes];  // by VistelOutcome
+    uint64_t events;
+};
+
+enum VistelManagerState : uint32_t {
+    VISTEL_MANAGER_NOT_BUILT,  // asked while GetInstance() was still building it
+    VISTEL_MANAGER_RUNNING,
+    VISTEL_MANAGER_KEPT,       // still in use at exit: kept, nothing destroyed
+    VISTEL_MANAGER_DESTROYED,  // the counters remain, nothing of the manager
+};
+
+enum VistelServiceBinding : uint32_t {
+    VISTEL_BINDING_NOT_TRIED,
+    VISTEL_BINDING_BOUND,
+    VISTEL_BINDING_LIBRARY_MISSING,   // the service library could not be opened
+    VISTEL_BINDING_FUNCTION_MISSING,  // opened, without `missingFunction`
+};
+
+// The keys a keyed limit policy holds, and those it let go once its map grew past its bound.
+struct VistelPolicyKeys {
+    const char* policy;  // "limitEventMemLeak": the library's text, valid for the process's life
+    uint64_t keys;       // 0 when busy
+    uint64_t dropped;
+    uint32_t busy;  // 1: a decision held the limiter's lock too long to read the keys
+    uint32_t reserved;
+};
+
+struct VistelCounterSnapshot {
+    uint32_t size;          // set by the caller: sizeof(VistelCounterSnapshot)
+    uint32_t version;       // set by the library: 1
+    const char* buildTag;   // the library's build, as the dump's title and every log line show it
+    uint32_t kindCount;     // rows filled in kinds: one per VistelEvent kind
+    uint32_t outcomeCount;  // slots filled in each row: VISTEL_OUTCOME_COUNT
+    VistelCountsRow kinds[kVistelSnapshotKinds];  // by kind
+    VistelCountsRow direct;  // the camera stack's own sendBootMsg calls, a call as a record
+    uint32_t inFlight;       // records queued and not yet ended
+    uint32_t inFlightPeak;
+    uint32_t inFlightBound;       // beyond it reportMsgImpl sheds
+    uint32_t manager;             // VistelManagerState
+    uint32_t inited;              // 1: the manager is initialised (RUNNING or KEPT)
+    uint32_t binding;             // VistelServiceBinding
+    const char* missingFunction;  // VISTEL_BINDING_FUNCTION_MISSING: the first one not found
+    uint32_t policyCount;         // rows filled in policies
+    uint32_t reserved;
+    VistelPolicyKeys policies[kVistelSnapshotPolicies];  // limitEventMemLeak first, dump order
+};
 
 namespace orv {
 
@@ -246,6 +343,19 @@ class VistelManager {
     //     VistelManager::GetInstance()->dump(fd);
     VISTEL_EXPORT void dump(int fd);
 
+    // Fills `snapshot` with the numbers dump() prints, for a caller that reads them as numbers
+    // (a test, a tool, a health check). The caller sets `size`; every other field is written, the
+    // fields past this library's version zeroed. Returns 0, or -1 for a null snapshot or a `size`
+    // smaller than the first version's. Any thread, no heap, never waits longer than dump() does.
+    // After the manager was destroyed it still fills the counters, with manager DESTROYED.
+    //
+    //     VistelCounterSnapshot counts = {};
+    //     counts.size = sizeof(counts);
+    //     if (VistelManager::GetInstance()->snapshotCounters(&counts) == 0) {
+    //         const uint64_t shed = counts.kinds[kEventMemLeak].outcomes[VISTEL_OUTCOME_SHED];
+    //     }
+    VISTEL_EXPORT int snapshotCounters(VistelCounterSnapshot* snapshot);
+
   private:
     VISTEL_EXPORT VistelManager();
     VISTEL_EXPORT virtual ~VistelManager();
@@ -253,6 +363,8 @@ class VistelManager {
     VistelManager& operator=(const VistelManager&) = delete;
 
     void registerFunction(VistelEvent event, HandlerMethod func);
+    // What snapshotCounters() and dump() read; `counts` is zeroed.
+    void fillSnapshot(VistelCounterSnapshot& counts);
 
     // The reporters' way to the primitives' work: they already hold a pass of their door.
     friend struct PrimitiveAccess;

@@ -153,23 +153,7 @@ bool isNumber(const std::string& text) {
 }  // namespace
 
 const char* outcomeName(Outcome outcome) {
-    switch (outcome) {
-        case Outcome::kSent:
-            return "sent";
-        case Outcome::kLimited:
-            return "limited";
-        case Outcome::kNoEvent:
-            return "no-event";
-        case Outcome::kNotInitialised:
-            return "not-initialised";
-        case Outcome::kFailed:
-            return "failed";
-        case Outcome::kShed:
-            return "shed";
-        case Outcome::kOff:
-            break;
-    }
-    return "off";
+    return vistelOutcomeName(static_cast<uint32_t>(outcome));
 }
 
 const char* serviceName(Service service) {

@@ -10,6 +10,7 @@
  */
 #pragma once
 
+#include <VistelManager.h>
 #include <VistelRecords.h>
 
 #include <array>
@@ -26,18 +27,19 @@ enum class Service { kVistel, kOvrix, kJankPrint, kNone };
 
 const char* serviceName(Service service);  // "vistel", "ovrix", "jank print", "none"
 
-// What became of a record handed to the library: exactly one of these, named as the library's
-// dump, vistel-replay and README name them.
+// What became of a record handed to the library: exactly one of these, in the slots and under the
+// names of VISTEL_OUTCOMES (VistelManager.h), which the library's dump, vistel-replay and README
+// share.
 enum class Outcome {
-    kSent,            // every event it handed to a service was taken
-    kLimited,         // the rate limiter dropped it
-    kNoEvent,         // answered without handing any event to a service
-    kNotInitialised,  // refused unsent: no Vistel service bound, a null record, the manager gone
-    kFailed,          // a service refused an event, or memory ran out while one was built
-    kShed,            // refused at the door (too many records in flight), never queued
-    kOff,             // refused at the door: its kind is switched off, never queued
+    kSent = VISTEL_OUTCOME_SENT,
+    kLimited = VISTEL_OUTCOME_LIMITED,
+    kNoEvent = VISTEL_OUTCOME_NO_EVENT,
+    kNotInitialised = VISTEL_OUTCOME_NOT_INITIALISED,
+    kFailed = VISTEL_OUTCOME_FAILED,
+    kShed = VISTEL_OUTCOME_SHED,
+    kOff = VISTEL_OUTCOME_OFF,
 };
-constexpr size_t kOutcomeCount = 7;
+constexpr size_t kOutcomeCount = VISTEL_OUTCOME_COUNT;
 
 const char* outcomeName(Outcome outcome);  // "sent", "limited", "no-event", "not-initialised", ...
 

@@ -11,7 +11,6 @@
 
 #include "Catalog.h"
 #include "Dictionary.h"
-#include "LibraryDump.h"
 #include "RecordJson.h"
 #include "ReportWriter.h"
 #include "Scenario.h"
@@ -339,7 +338,7 @@ int replay(const CommandLine& command, std::ostream& out, std::ostream& err) {
         writer->step(report);
     }
     writer->finish(summary);
-    if (command.report.dump) writer->dump(vistel_tools::libraryDumpLines());
+    if (command.report.dump) writer->dump();
     if (trace.is_open()) trace << tracecapture::toTraceEventJson(tracecapture::stop());
     return kExitOk;
 }

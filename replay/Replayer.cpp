@@ -13,12 +13,14 @@
 #include <atomic>
 #include <cmath>
 #include <condition_variable>
+#include <cstdlib>
 #include <future>
+#include <iostream>
 #include <map>
 #include <mutex>
 #include <utility>
 
-#include "LibraryDump.h"
+#include "LibraryCounters.h"
 
 namespace vistel_replay {
 
@@ -63,58 +65,25 @@ std::vector<LogLine> takeLogLines() {
     return logCapture().take();
 }
 
-bool anyLine(const std::vector<LogLine>& log, bool (*matches)(const std::string& message)) {
-    for (const LogLine& line : log) {
-        if (matches(line.message)) return true;
+// ---- Outcomes, from the library's counters ----------------------------------------------------
+
+using vistel_tools::CounterRow;
+
+CounterRow countedNow(const Step& step) {
+    return vistel_tools::readKindCounters(step.kind->kind);
+}
+
+// The outcome of the one record that ended between two reads of its kind's row: the library
+// counts every record once, under the outcome it decided, and the replay runs one record at a
+// time. Anything else is the library breaking that promise, which no report may hide.
+Outcome outcomeBetween(const CounterRow& before, const CounterRow& after) {
+    const CounterRow change = after - before;
+    for (size_t i = 0;
+         change.records == 1 && change.ended() == 1 && i < vistel_tools::kOutcomeCount; ++i) {
+        if (change.outcomes[i] == 1) return static_cast<Outcome>(i);
     }
-    return false;
-}
-
-// The reporters' lines for a record refused unsent: "error: init failed" without the service;
-// from the Ovrix reporters, and for a null record, "error: event=0x..., inited=0 not valid"; and
-// a record whose task starts after the manager was destroyed.
-bool isNotInitialisedLine(const std::string& message) {
-    return endsWith(message, "error: init failed") ||
-           (message.find("error: event=") != std::string::npos &&
-            endsWith(message, " not valid")) ||
-           endsWith(message, "error: manager destroyed, record dropped");
-}
-
-// The fault and time-out reporters answer 0 for a record the limiter dropped, as for one sent;
-// only this line tells.
-bool isLimitedLine(const std::string& message) {
-    return endsWith(message, "is limited, drop this event");
-}
-
-// `queued`: reportMsgImpl returned a valid future. A scenario's records are never null and
-// always of a known kind, so an invalid future means the library refused the record at the door:
-// switched off (`off`, as its counters say) or shed.
-Outcome classify(bool queued, bool off, int result, size_t eventCount,
-                 const std::vector<LogLine>& log) {
-    if (!queued) return off ? Outcome::kOff : Outcome::kShed;
-    // Before the result: the scan message reporter answers -2 when not initialised.
-    if (anyLine(log, isNotInitialisedLine)) return Outcome::kNotInitialised;
-    if (result == -2 || anyLine(log, isLimitedLine)) return Outcome::kLimited;
-    if (result != 0) return Outcome::kFailed;
-    return eventCount > 0 ? Outcome::kSent : Outcome::kNoEvent;
-}
-
-// ---- Records switched off -----------------------------------------------------------------------
-
-// The records of each kind the library counted off, as of the last look at its dump.
-std::array<uint64_t, orv::kVistelEventCount> gOffSeen{};
-
-// The records of `kind` the library switched off since the last look, which looks at every kind.
-uint64_t switchedOffSinceLastLook(orv::VistelEvent kind) {
-    const vistel_tools::LibraryDump dump =
-            vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
-    uint64_t since = 0;
-    for (const auto& [counted, row] : dump.kinds) {
-        if (counted >= gOffSeen.size()) continue;
-        if (counted == kind) since = row.off - gOffSeen[counted];
-        gOffSeen[counted] = row.off;
-    }
-    return since;
+    std::cerr << "vistel-replay: one record changed the library's counters by " << change << "\n";
+    abort();
 }
 
 // ---- What the services received ---------------------------------------------------------------
@@ -187,11 +156,8 @@ const ManagerStart& managerStart() {
     static const ManagerStart sStart = [] {
         installLogCapture();
         orv::VistelManager::GetInstance();
-        switchedOffSinceLastLook(orv::kEventMemLeak);
         ManagerStart start{takeLogLines(), true};
-        start.serviceLoaded = !anyLine(start.log, [](const std::string& message) {
-            return endsWith(message, "VistelLibLoader::getInstance failed");
-        });
+        start.serviceLoaded = vistel_tools::readLibraryCounters().binding == VISTEL_BINDING_BOUND;
         return start;
     }();
     return sStart;
@@ -199,14 +165,16 @@ const ManagerStart& managerStart() {
 
 // ---- Running records --------------------------------------------------------------------------
 
-// What the services received and the library logged since the last look, which clears both.
+// What the services received, the library logged and counted in the step's row since the last
+// look, which clears the first two.
 struct Observed {
     ordered_json events;
     std::vector<LogLine> log;
+    CounterRow counted;
 };
 
 Observed observe(const Step& step) {
-    Observed observed{collectEvents(step), takeLogLines()};
+    Observed observed{collectEvents(step), takeLogLines(), countedNow(step)};
     resetServices();
     return observed;
 }
@@ -214,75 +182,83 @@ Observed observe(const Step& step) {
 // One record's result, read once everything it did has been observed.
 struct RecordRun {
     double atSeconds;
-    bool queued;
-    bool off;  // not queued: switched off
     int result;
+    Outcome outcome;
     Observed observed;
 };
 
 void addRecord(StepReport& report, RecordRun run) {
-    const Outcome outcome =
-            classify(run.queued, run.off, run.result, run.observed.events.size(), run.observed.log);
     const int record = report.tally.records() + 1;
     if (record == 1) {
         report.result = run.result;
-        report.outcome = outcome;
+        report.outcome = run.outcome;
         report.events = run.observed.events;
     }
     for (const ordered_json& event : run.observed.events) {
         report.received.push_back({record, run.atSeconds, event});
     }
-    report.tally.add(outcome, run.observed.events.size());
+    report.tally.add(run.outcome, run.observed.events.size());
     for (LogLine& line : run.observed.log) report.log.push_back(std::move(line));
 }
 
-// Reports the step's record at `atSeconds` and waits for the result.
+// Reports the step's record at `atSeconds` and waits for the result. The record has been counted
+// once its future is ready: its reporter counts it before returning, the door before refusing.
 RecordRun runRecord(const Step& step, double atSeconds) {
     setClock(atSeconds);
+    const CounterRow before = countedNow(step);
     std::future<int> future = orv::VistelManager::GetInstance()->reportMsgImpl(step.instance.record);
-    const bool queued = future.valid();
     // The handler has returned once the future is ready, so everything it sent is recorded.
-    const int result = queued ? future.get() : 0;
-    const bool off = !queued && switchedOffSinceLastLook(step.kind->kind) != 0;
-    return {atSeconds, queued, off, result, observe(step)};
+    const int result = future.valid() ? future.get() : 0;
+    Observed observed = observe(step);
+    const Outcome outcome = outcomeBetween(before, observed.counted);
+    return {atSeconds, result, outcome, std::move(observed)};
 }
 
 // The step's records handed over at once while the workers are held, so that the library sees
 // the whole backlog, then run by one worker in the order handed over. A task of ours after each
-// record observes what that record did before the next one starts.
+// record observes what that record did before the next one starts. A record shed at the door ends
+// there, while the workers are held: its kind's row is read after each handing over.
 void runBacklog(const Step& step, StepReport& report) {
     setClock(step.atSeconds);
     QorThreadManager* pool = QorThreadManager::GetInstance();
     orv::VistelManager* manager = orv::VistelManager::GetInstance();
-    std::vector<std::future<int>> results;
+    struct HandedOver {
+        std::future<int> result;
+        Outcome endedAtDoor;  // when the future is invalid
+    };
+    std::vector<HandedOver> handed;
     std::vector<std::future<Observed>> observations;
+    CounterRow counted = countedNow(step);
     {
         WorkerHold hold(*pool);
         for (int i = 0; i < step.repeat; ++i) {
-            results.push_back(manager->reportMsgImpl(step.instance.record));
-            if (results.back().valid()) {
+            HandedOver record{manager->reportMsgImpl(step.instance.record), Outcome::kShed};
+            if (record.result.valid()) {
                 observations.push_back(pool->enqueue([&step] { return observe(step); }));
+            } else {
+                const CounterRow now = countedNow(step);
+                record.endedAtDoor = outcomeBetween(counted, now);
+                counted = now;
             }
+            handed.push_back(std::move(record));
         }
         // What the library logged while records were handed over (a shed record, say).
         for (LogLine& line : takeLogLines()) report.log.push_back(std::move(line));
         hold.release(1);
         if (!observations.empty()) observations.back().wait();
     }
-    // A kind switched off is refused before the bound is looked at: the step's records refused
-    // at the door are all switched off or all shed, unless the switch was read meanwhile.
-    const bool anyRefused = observations.size() < results.size();
-    uint64_t off = anyRefused ? switchedOffSinceLastLook(step.kind->kind) : 0;
     size_t observed = 0;
-    for (std::future<int>& result : results) {
-        if (!result.valid()) {
-            const bool switchedOff = off > 0;
-            if (switchedOff) --off;
-            addRecord(report, {step.atSeconds, false, switchedOff, 0, {ordered_json::array(), {}}});
+    for (HandedOver& record : handed) {
+        if (!record.result.valid()) {
+            Observed nothing{ordered_json::array(), {}, counted};
+            addRecord(report, {step.atSeconds, 0, record.endedAtDoor, std::move(nothing)});
             continue;
         }
-        const int answer = result.get();
-        addRecord(report, {step.atSeconds, true, false, answer, observations[observed++].get()});
+        const int answer = record.result.get();
+        Observed after = observations[observed++].get();
+        const Outcome outcome = outcomeBetween(counted, after.counted);
+        counted = after.counted;
+        addRecord(report, {step.atSeconds, answer, outcome, std::move(after)});
     }
 }
 

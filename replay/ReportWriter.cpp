@@ -1,14 +1,18 @@
 #include "ReportWriter.h"
 
+#include <VistelManager.h>
 #include <android/log.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <utility>
 
 #include "Catalog.h"
-#include "LibraryDump.h"
+#include "LibraryCounters.h"
 #include "RecordJson.h"
 
 namespace vistel_replay {
@@ -55,6 +59,22 @@ std::string dumpValue(const ordered_json& value) {
 
 // ---- Text -------------------------------------------------------------------------------------
 
+// What VistelManager::dump() writes. A file in memory: the dump writes to a descriptor, and a pipe
+// could fill before it is read.
+std::string libraryDumpText() {
+    const int fd = memfd_create("vistel-dump", MFD_CLOEXEC);
+    if (fd < 0) return {};
+    orv::VistelManager::GetInstance()->dump(fd);
+    std::string text;
+    char buffer[4096];
+    lseek(fd, 0, SEEK_SET);
+    for (ssize_t got; (got = read(fd, buffer, sizeof(buffer))) > 0;) {
+        text.append(buffer, static_cast<size_t>(got));
+    }
+    close(fd);
+    return text;
+}
+
 constexpr size_t kLineWidth = 100;
 constexpr int kIndent = 4;
 
@@ -64,8 +84,8 @@ std::string clock(double seconds) {
     const long long millis = std::llround(seconds * 1000);
     const long long whole = millis / 1000;
     char text[32];
-    int length = snprintf(text, sizeof(text), "%02lld:%02lld:%02lld", whole / 3600,
-                          whole / 60 % 60, whole % 60);
+    int length = snprintf(text, sizeof(text), "%02lld:%02lld:%02lld", whole / 3600, whole / 60 % 60,
+                          whole % 60);
     if (millis % 1000 != 0 && length > 0) {
         snprintf(text + length, sizeof(text) - length, ".%03lld", millis % 1000);
     }
@@ -239,10 +259,8 @@ class TextReportWriter : public ReportWriter {
         mOut << tableRow("", "total", tallyColumns(summary.total, withOff), false) << "\n";
     }
 
-    void dump(const std::vector<std::string>& lines) override {
-        mOut << "\n";
-        for (const std::string& line : lines) mOut << line << "\n";
-    }
+    // What dump() writes, for people, as it writes it.
+    void dump() override { mOut << "\n" << libraryDumpText(); }
 
   private:
     // A step of one record: why it sent nothing, or its events; `indent` lines up with `head`.
@@ -345,36 +363,68 @@ class TextReportWriter : public ReportWriter {
 
 // ---- JSON -------------------------------------------------------------------------------------
 
-// A row of the library's dump, under the dump's own column names.
-ordered_json dumpRowJson(const vistel_tools::DumpRow& row, bool withOff) {
+// A row of the library's counters, under the dump's own column names; the off column only once a
+// record was switched off, as the dump prints it.
+ordered_json countsJson(const vistel_tools::CounterRow& row, bool withOff) {
     ordered_json json = ordered_json::object();
-    for (const auto& [name, count] : row.columns(withOff)) json[name] = count;
+    for (const auto& [name, count] : row.columns()) {
+        if (withOff || strcmp(name, vistelOutcomeName(VISTEL_OUTCOME_OFF)) != 0) json[name] = count;
+    }
     return json;
 }
 
-// The library's dump as one object: its title, the rows of the kinds, the direct sendBootMsg
-// calls and the total, the service binding, the keys each keyed limit policy holds and those it
-// dropped, and any other line as it stands.
-ordered_json dumpJson(const std::vector<std::string>& lines) {
-    const vistel_tools::LibraryDump dump = vistel_tools::parseLibraryDump(lines);
+// What the dump's "vistel service: " line says.
+std::string serviceText(const vistel_tools::LibraryCounters& counters) {
+    const std::string library = "libvistel.so";
+    switch (counters.manager) {
+        case VISTEL_MANAGER_NOT_BUILT:
+            return "manager not built yet";
+        case VISTEL_MANAGER_DESTROYED:
+            return "destroyed with the manager";
+        default:
+            break;
+    }
+    switch (counters.binding) {
+        case VISTEL_BINDING_BOUND:
+            return "bound (" + library + ")" +
+                   (counters.inited ? "" : ", but the manager is not initialised");
+        case VISTEL_BINDING_LIBRARY_MISSING:
+            return "not bound: " + library + " could not be opened";
+        case VISTEL_BINDING_FUNCTION_MISSING:
+            return "not bound: " + library + " has no " + counters.missingFunction;
+        default:
+            break;
+    }
+    return "not bound: never tried";
+}
+
+// The library's counters as one object, as its dump shows them: its title, the rows of the kinds,
+// the direct sendBootMsg calls and the total, the records in flight, the service binding, the keys
+// each keyed limit policy holds ("busy" when its lock could not be had) and those it dropped.
+ordered_json dumpJson(const vistel_tools::LibraryCounters& counters) {
+    const bool offShown = counters.total[VISTEL_OUTCOME_OFF] != 0;
     ordered_json kinds = ordered_json::array();
-    for (const auto& [kind, row] : dump.kinds) {
+    for (const auto& [kind, row] : counters.kinds) {
         ordered_json entry = {{"kind", kind}, {"name", row.name}};
-        entry.update(dumpRowJson(row, dump.offShown));
+        entry.update(countsJson(row, offShown));
         kinds.push_back(std::move(entry));
     }
-    const std::string servicePrefix = "vistel service: ";
-    ordered_json json = {
-            {"title", lines.empty() ? "" : lines.front()},
+    ordered_json keys = ordered_json::object();
+    ordered_json dropped = ordered_json::object();
+    for (const auto& [policy, held] : counters.policies) {
+        keys[policy] = held.busy ? ordered_json("busy") : ordered_json(held.keys);
+        dropped[policy] = held.dropped;
+    }
+    return {{"title", "libc_vistel [" + counters.buildTag + "]: since the process started"},
             {"kinds", std::move(kinds)},
-            {"direct", dumpRowJson(dump.direct, dump.offShown)},
-            {"total", dumpRowJson(dump.total, dump.offShown)},
-            {"inFlight", dump.inFlight},
-            {"service", dump.service.substr(std::min(dump.service.size(), servicePrefix.size()))},
-            {"keyedLimitPolicies", dump.keys},
-            {"droppedLimitKeys", dump.droppedKeys}};
-    if (!dump.unparsed.empty()) json["other"] = dump.unparsed;
-    return json;
+            {"direct", countsJson(counters.direct, offShown)},
+            {"total", countsJson(counters.total, offShown)},
+            {"inFlight", "records in flight: " + std::to_string(counters.inFlight) + " now, " +
+                                 std::to_string(counters.inFlightPeak) + " at most, shed beyond " +
+                                 std::to_string(counters.inFlightBound)},
+            {"service", serviceText(counters)},
+            {"keyedLimitPolicies", std::move(keys)},
+            {"droppedLimitKeys", std::move(dropped)}};
 }
 
 class JsonReportWriter : public ReportWriter {
@@ -439,8 +489,9 @@ class JsonReportWriter : public ReportWriter {
         mOut << dumpValue(ordered_json{{"type", "summary"}, {"summary", std::move(total)}}) << "\n";
     }
 
-    void dump(const std::vector<std::string>& lines) override {
-        mOut << dumpValue(ordered_json{{"type", "dump"}, {"dump", dumpJson(lines)}}) << "\n";
+    void dump() override {
+        const vistel_tools::LibraryCounters counters = vistel_tools::readLibraryCounters();
+        mOut << dumpValue(ordered_json{{"type", "dump"}, {"dump", dumpJson(counters)}}) << "\n";
     }
 
   private:
@@ -469,7 +520,7 @@ class EventStreamWriter : public ReportWriter {
     }
 
     void finish(const Summary&) override {}
-    void dump(const std::vector<std::string>&) override {}
+    void dump() override {}
 
   private:
     std::ostream& mOut;

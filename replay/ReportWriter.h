@@ -26,8 +26,8 @@ class ReportWriter {
                        const Replayer& replayer) = 0;
     virtual void step(const StepReport& report) = 0;
     virtual void finish(const Summary& summary) = 0;
-    // The library's own dump (vistel_tools::libraryDumpLines()), after the summary.
-    virtual void dump(const std::vector<std::string>& lines) = 0;
+    // The library's own counters, after the summary: as dump() writes them, or as numbers.
+    virtual void dump() = 0;
 };
 
 std::unique_ptr<ReportWriter> makeReportWriter(const ReportOptions& options, std::ostream& out);

@@ -13,6 +13,7 @@
 // taken while records are in flight may see a record's outcome counted and its events not yet.
 #pragma once
 
+#include <VistelManager.h>
 #include <VistelRecords.h>
 
 #include <atomic>
@@ -22,19 +23,17 @@
 namespace orv {
 namespace counters {
 
-// In the dump's column order.
+// In the dump's column order, as VISTEL_OUTCOMES lists them.
 enum class Outcome {
-    kSent,            // every event it handed to a service was taken
-    kLimited,         // the rate limiter dropped it
-    kNoEvent,         // answered without handing any event to a service
-    kNotInitialised,  // refused unsent: no service bound, a null record, the manager destroyed
-    kFailed,          // a service refused one of its events, or memory ran out building one
-    kShed,            // refused at the door: too many records in flight
-    kOff,             // refused at the door: its kind is switched off (KindSwitch.h)
+#define VISTEL_COUNTED_OUTCOME(enumerator, slot, name) enumerator,
+    VISTEL_OUTCOMES(VISTEL_COUNTED_OUTCOME)
+#undef VISTEL_COUNTED_OUTCOME
 };
-constexpr size_t kOutcomes = static_cast<size_t>(Outcome::kOff) + 1;
+constexpr size_t kOutcomes = VISTEL_OUTCOME_COUNT;
+static_assert(kOutcomes <= kVistelSnapshotOutcomes, "a snapshot slot per outcome");
 
-// One cache line per row, so that workers running different kinds never write to the same one.
+// Each row on cache lines of its own, so that workers running different kinds never write to the
+// same one.
 struct alignas(64) KindCounters {
     std::atomic<uint64_t> records{0};
     std::atomic<uint64_t> outcomes[kOutcomes] = {};  // indexed by Outcome

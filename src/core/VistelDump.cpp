@@ -24,29 +24,6 @@ namespace {
 
 constexpr const char kServiceLibrary[] = "libvistel.so";
 
-// One row's figures, read once: records, the outcomes in their column order, events.
-struct Row {
-    unsigned long long records = 0;
-    unsigned long long outcomes[counters::kOutcomes] = {};
-    unsigned long long events = 0;
-
-    static Row read(const counters::KindCounters& counted) {
-        constexpr auto kRelaxed = std::memory_order_relaxed;
-        Row row;
-        row.records = counted.records.load(kRelaxed);
-        for (size_t i = 0; i < counters::kOutcomes; ++i) {
-            row.outcomes[i] = counted.outcomes[i].load(kRelaxed);
-        }
-        row.events = counted.events.load(kRelaxed);
-        return row;
-    }
-    void add(const Row& other) {
-        records += other.records;
-        for (size_t i = 0; i < counters::kOutcomes; ++i) outcomes[i] += other.outcomes[i];
-        events += other.events;
-    }
-};
-
 // While a dump writes, SIGPIPE is held back on its thread: a reader that went away (dumpsys
 // closes its end when it times out) must end the dump, not the camera process, whatever the
 // process does with SIGPIPE. A SIGPIPE the dump raised itself is taken back before the mask is
@@ -149,123 +126,229 @@ class DumpWriter {
     size_t mUsed = 0;
 };
 
-constexpr const char kRowFormat[] = "%4s %-32s %9llu %9llu %9llu %9llu %15llu %9llu %9llu %9llu";
-constexpr const char kRowFormatWithOff[] =
-        "%4s %-32s %9llu %9llu %9llu %9llu %15llu %9llu %9llu %9llu %9llu";
-constexpr size_t kOff = static_cast<size_t>(counters::Outcome::kOff);
+// A row of counts: the kind, its name, then a right-aligned column per count, each as wide as its
+// header's name and at least 9: records, the printed outcomes, events.
+class RowText {
+  public:
+    RowText(const char* kind, const char* name) { add("%4s %-32s", kind, name); }
 
-// The off column is there only once a record was switched off: until then the table reads as it
-// did before kinds could be.
-void writeRow(DumpWriter& out, const char* kind, const char* name, const Row& row, bool withOff) {
-    static_assert(counters::kOutcomes == 7, "a column per outcome");
-    const unsigned long long* o = row.outcomes;
-    if (withOff) {
-        out.line(kRowFormatWithOff, kind, name, row.records, o[0], o[1], o[2], o[3], o[4], o[5],
-                 o[kOff], row.events);
-        return;
+    // NOLINTNEXTLINE(cert-dcl50-cpp): printf-style, and the compiler checks every format
+    __attribute__((format(printf, 2, 3))) void add(const char* format, ...) {
+        va_list args;
+        va_start(args, format);
+        const int length = vsnprintf(mText + mUsed, sizeof(mText) - mUsed, format, args);
+        va_end(args);
+        if (length > 0) mUsed = std::min(mUsed + static_cast<size_t>(length), sizeof(mText) - 1);
     }
-    out.line(kRowFormat, kind, name, row.records, o[0], o[1], o[2], o[3], o[4], o[5], row.events);
-}
+    void count(const char* header, unsigned long long value) {
+        add(" %*llu", columnWidth(header), value);
+    }
+    void header(const char* header) { add(" %*s", columnWidth(header), header); }
+    const char* text() const { return mText; }
 
-// What the manager itself holds, read inside a pass of its gate, or at any time once it was kept
-// at exit (it is never destroyed then): nothing before it is built or once it is destroyed.
-struct ManagerState {
-    bool alive = false;
-    bool kept = false;
-    bool notBuilt = false;
-    bool inited = false;
-    std::array<VistelManager::FrequencyLimit::KeyCount, VistelManager::FrequencyLimit::kKeyedPolicies>
-            keyCounts = {};
+  private:
+    static int columnWidth(const char* header) {
+        return std::max(9, static_cast<int>(strlen(header)));
+    }
+
+    char mText[160] = {};
+    size_t mUsed = 0;
 };
 
-void writeBinding(DumpWriter& out, const ManagerState& manager) {
-    if (!manager.alive) {
-        out.line(manager.notBuilt ? "vistel service: manager not built yet"
-                                  : "vistel service: destroyed with the manager");
-        return;
+// The off column is printed only once a record was switched off: until then the table reads as it
+// did before kinds could be.
+size_t printedOutcomes(const VistelCountsRow& total) {
+    return total.outcomes[VISTEL_OUTCOME_OFF] != 0 ? counters::kOutcomes
+                                                  : static_cast<size_t>(VISTEL_OUTCOME_OFF);
+}
+
+void writeHeader(DumpWriter& out, size_t printed) {
+    RowText row("kind", "name");
+    row.header("records");
+    for (size_t i = 0; i < printed; ++i) {
+        row.header(vistelOutcomeName(static_cast<uint32_t>(i)));
     }
-    if (manager.kept) out.line("manager: kept at exit, still in use: nothing was destroyed");
-    const counters::BindingState state = counters::bindingState();
-    switch (state.binding) {
-        case counters::Binding::kBound:
-            out.line("vistel service: bound (%s)%s", kServiceLibrary,
-                     manager.inited ? "" : ", but the manager is not initialised");
+    row.header("events");
+    out.line("%s", row.text());
+}
+
+void writeRow(DumpWriter& out, const char* kind, const char* name, const VistelCountsRow& counts,
+              size_t printed) {
+    RowText row(kind, name);
+    row.count("records", counts.records);
+    for (size_t i = 0; i < printed; ++i) {
+        row.count(vistelOutcomeName(static_cast<uint32_t>(i)), counts.outcomes[i]);
+    }
+    row.count("events", counts.events);
+    out.line("%s", row.text());
+}
+
+void addRow(VistelCountsRow& sum, const VistelCountsRow& row) {
+    sum.records += row.records;
+    for (size_t i = 0; i < counters::kOutcomes; ++i) sum.outcomes[i] += row.outcomes[i];
+    sum.events += row.events;
+}
+
+VistelCountsRow readRow(const counters::KindCounters& counted) {
+    constexpr auto kRelaxed = std::memory_order_relaxed;
+    VistelCountsRow row = {};
+    row.records = counted.records.load(kRelaxed);
+    for (size_t i = 0; i < counters::kOutcomes; ++i) {
+        row.outcomes[i] = counted.outcomes[i].load(kRelaxed);
+    }
+    row.events = counted.events.load(kRelaxed);
+    return row;
+}
+
+void writeBinding(DumpWriter& out, const VistelCounterSnapshot& counts) {
+    switch (counts.manager) {
+        case VISTEL_MANAGER_NOT_BUILT:
+            out.line("vistel service: manager not built yet");
             return;
-        case counters::Binding::kLibraryMissing:
+        case VISTEL_MANAGER_DESTROYED:
+            out.line("vistel service: destroyed with the manager");
+            return;
+        case VISTEL_MANAGER_KEPT:
+            out.line("manager: kept at exit, still in use: nothing was destroyed");
+            break;
+        default:
+            break;
+    }
+    switch (counts.binding) {
+        case VISTEL_BINDING_BOUND:
+            out.line("vistel service: bound (%s)%s", kServiceLibrary,
+                     counts.inited != 0 ? "" : ", but the manager is not initialised");
+            return;
+        case VISTEL_BINDING_LIBRARY_MISSING:
             out.line("vistel service: not bound: %s could not be opened", kServiceLibrary);
             return;
-        case counters::Binding::kFunctionMissing:
+        case VISTEL_BINDING_FUNCTION_MISSING:
             out.line("vistel service: not bound: %s has no %s", kServiceLibrary,
-                     state.missingFunction);
+                     counts.missingFunction);
             return;
-        case counters::Binding::kNotTried:
+        default:
             break;
     }
     out.line("vistel service: not bound: never tried");
 }
 
+VistelServiceBinding publicBinding(counters::Binding binding) {
+    switch (binding) {
+        case counters::Binding::kBound:
+            return VISTEL_BINDING_BOUND;
+        case counters::Binding::kLibraryMissing:
+            return VISTEL_BINDING_LIBRARY_MISSING;
+        case counters::Binding::kFunctionMissing:
+            return VISTEL_BINDING_FUNCTION_MISSING;
+        case counters::Binding::kNotTried:
+            break;
+    }
+    return VISTEL_BINDING_NOT_TRIED;
+}
+
 }  // namespace
 
-void VistelManager::dump(int fd) {
-    // Every figure is read before anything is written, so a slow reader of `fd` holds up
-    // nobody. The rows are read one counter at a time, without a lock; the limiter's key counts
-    // only while the manager is known to be alive.
-    Row rows[kVistelEventCount + 1];
-    for (uint32_t kind = 0; kind <= kVistelEventCount; ++kind) {
-        rows[kind] = Row::read(counters::gRows[kind]);
+// Every figure is read here, before anything is written, so a slow reader of dump()'s `fd` holds
+// up nobody. The rows are read one counter at a time, without a lock; the limiter's key counts
+// only while the manager is known to be alive, inside a pass of its gate (or once it was kept at
+// exit: it is never destroyed then), the way dump() has always read them. Not through enterCall:
+// a call refused once the manager is gone would lose the counters, which outlive it.
+void VistelManager::fillSnapshot(VistelCounterSnapshot& counts) {
+    counts.version = 1;
+    counts.buildTag = kBuildTag;
+    static_assert(kVistelEventCount <= kVistelSnapshotKinds, "a snapshot row per kind");
+    counts.kindCount = kVistelEventCount;
+    counts.outcomeCount = counters::kOutcomes;
+    for (uint32_t kind = 0; kind < kVistelEventCount; ++kind) {
+        counts.kinds[kind] = readRow(counters::gRows[kind]);
     }
+    counts.direct = readRow(counters::outsideDispatch());
     const InFlightBound& inFlight = InFlightBound::instance();
-    const uint32_t inFlightNow = inFlight.inFlight();
-    const uint32_t inFlightPeak = inFlight.peak();
-    ManagerState manager;
-    {
-        ReporterGate::Pass pass(reporterGate());
-        manager.kept = reporterGate().kept();
-        manager.notBuilt = pass.seen() == ReporterGate::State::kNotOpen;
-        if (pass.entered() || manager.kept) {
-            manager.alive = true;
-            manager.inited = mInited;
-            manager.keyCounts = mFrequencyLimit.keyCounts();
-        }
+    counts.inFlight = inFlight.inFlight();
+    counts.inFlightPeak = inFlight.peak();
+    counts.inFlightBound = InFlightBound::kBound;
+    const counters::BindingState binding = counters::bindingState();
+    counts.binding = publicBinding(binding.binding);
+    counts.missingFunction = binding.missingFunction;
+
+    ReporterGate::Pass pass(reporterGate());
+    const bool kept = reporterGate().kept();
+    if (!pass.entered() && !kept) {
+        counts.manager = pass.seen() == ReporterGate::State::kNotOpen ? VISTEL_MANAGER_NOT_BUILT
+                                                                      : VISTEL_MANAGER_DESTROYED;
+        return;
     }
+    counts.manager = kept ? VISTEL_MANAGER_KEPT : VISTEL_MANAGER_RUNNING;
+    counts.inited = mInited ? 1 : 0;
+    const auto keyCounts = mFrequencyLimit.keyCounts();
+    static_assert(keyCounts.size() <= kVistelSnapshotPolicies, "a snapshot row per policy");
+    counts.policyCount = keyCounts.size();
+    for (size_t i = 0; i < keyCounts.size(); ++i) {
+        const FrequencyLimit::KeyCount& count = keyCounts[i];
+        VistelPolicyKeys& keys = counts.policies[i];
+        keys.policy = count.policy;
+        keys.busy = count.keys == FrequencyLimit::KeyCount::kBusy ? 1 : 0;
+        keys.keys = keys.busy != 0 ? 0 : count.keys;
+        keys.dropped = count.dropped;
+    }
+}
+
+int VistelManager::snapshotCounters(VistelCounterSnapshot* snapshot) {
+    // The first version's size: a later one only appends.
+    constexpr uint32_t kFirstVersionSize = sizeof(VistelCounterSnapshot);
+    if (snapshot == nullptr || snapshot->size < kFirstVersionSize) {
+        VISTEL_LOG_AT(ANDROID_LOG_ERROR, "snapshotCounters",
+                      "%s() error: snapshot %p of size %u, at least %u expected",
+                      "snapshotCounters", static_cast<void*>(snapshot),
+                      snapshot != nullptr ? snapshot->size : 0u, kFirstVersionSize);
+        return -1;
+    }
+    const uint32_t size = snapshot->size;
+    memset(snapshot, 0, size);
+    snapshot->size = size;
+    fillSnapshot(*snapshot);
+    return 0;
+}
+
+void VistelManager::dump(int fd) {
+    VistelCounterSnapshot counts = {};
+    counts.size = sizeof(counts);
+    fillSnapshot(counts);
 
     DumpWriter out(fd);
-    out.line("libc_vistel [%s]: since the process started", kBuildTag);
-    Row total;
-    for (const Row& row : rows) total.add(row);
-    const bool withOff = total.outcomes[kOff] != 0;
-    if (withOff) {
-        out.line("%4s %-32s %9s %9s %9s %9s %15s %9s %9s %9s %9s", "kind", "name", "records", "sent",
-                 "limited", "no-event", "not-initialised", "failed", "shed", "off", "events");
-    } else {
-        out.line("%4s %-32s %9s %9s %9s %9s %15s %9s %9s %9s", "kind", "name", "records", "sent",
-                 "limited", "no-event", "not-initialised", "failed", "shed", "events");
-    }
+    out.line("libc_vistel [%s]: since the process started", counts.buildTag);
+    VistelCountsRow total = {};
+    for (uint32_t kind = 0; kind < kVistelEventCount; ++kind) addRow(total, counts.kinds[kind]);
+    addRow(total, counts.direct);
+    const size_t printed = printedOutcomes(total);
+    writeHeader(out, printed);
     for (uint32_t kind = 0; kind < kVistelEventCount; ++kind) {
         char number[8];
         snprintf(number, sizeof(number), "%u", kind);
-        writeRow(out, number, counters::kindName(static_cast<VistelEvent>(kind)), rows[kind],
-                 withOff);
+        writeRow(out, number, counters::kindName(static_cast<VistelEvent>(kind)),
+                 counts.kinds[kind], printed);
     }
     // No record behind it: the camera stack's own calls of sendBootMsg, a call per record.
-    writeRow(out, "-", "direct sendBootMsg calls", rows[counters::kOutsideDispatch], withOff);
-    writeRow(out, "", "total", total, withOff);
-    out.line("records in flight: %u now, %u at most, shed beyond %u", inFlightNow, inFlightPeak,
-             InFlightBound::kBound);
-    writeBinding(out, manager);
+    writeRow(out, "-", "direct sendBootMsg calls", counts.direct, printed);
+    writeRow(out, "", "total", total, printed);
+    out.line("records in flight: %u now, %u at most, shed beyond %u", counts.inFlight,
+             counts.inFlightPeak, counts.inFlightBound);
+    writeBinding(out, counts);
     // "dropped": the keys a policy let go, for the life of the process, once its map had grown past
     // the limiter's bound; each had been quiet for its whole period.
     out.line("%-40s %9s %9s", "keyed limit policy", "keys", "dropped");
-    if (!manager.alive) out.line("%-40s %9s", "(every policy)", "destroyed");
-    for (size_t i = 0; manager.alive && i < manager.keyCounts.size(); ++i) {
-        const VistelManager::FrequencyLimit::KeyCount& count = manager.keyCounts[i];
-        if (count.keys == VistelManager::FrequencyLimit::KeyCount::kBusy) {
-            out.line("%-40s %9s %9llu", count.policy, "busy",
-                     static_cast<unsigned long long>(count.dropped));
+    const bool alive =
+            counts.manager == VISTEL_MANAGER_RUNNING || counts.manager == VISTEL_MANAGER_KEPT;
+    if (!alive) out.line("%-40s %9s", "(every policy)", "destroyed");
+    for (uint32_t i = 0; alive && i < counts.policyCount; ++i) {
+        const VistelPolicyKeys& keys = counts.policies[i];
+        if (keys.busy != 0) {
+            out.line("%-40s %9s %9llu", keys.policy, "busy",
+                     static_cast<unsigned long long>(keys.dropped));
             continue;
         }
-        out.line("%-40s %9zu %9llu", count.policy, count.keys,
-                 static_cast<unsigned long long>(count.dropped));
+        out.line("%-40s %9llu %9llu", keys.policy, static_cast<unsigned long long>(keys.keys),
+                 static_cast<unsigned long long>(keys.dropped));
     }
     out.writeOut();
 }

@@ -17,7 +17,7 @@
 
 #include "Handlers.h"
 #include "KindRegistry.h"
-#include "LibraryDump.h"
+#include "LibraryCounters.h"
 
 namespace vistel_test {
 
@@ -39,8 +39,7 @@ TEST(AllKindsTest, WithoutTheServiceTheManagerBuildsAndPrimitivesRefuse) {
     LogCapture log;
     orv::VistelManager* manager = orv::VistelManager::GetInstance();
     EXPECT_TRUE(log.has(ANDROID_LOG_ERROR, "Init", "Init() VistelLibLoader::getInstance failed"));
-    EXPECT_EQ(vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines()).service,
-              "vistel service: not bound: libvistel.so could not be opened");
+    EXPECT_EQ(vistel_tools::readLibraryCounters().binding, VISTEL_BINDING_LIBRARY_MISSING);
     EXPECT_EQ(log.withBody("registerFunction() registered ok eventId:31").size(), 1u);
     log.clear();
     void* eventObj = nullptr;
@@ -68,15 +67,13 @@ TEST(AllKindsTest, EachKindReachesItsOwnHandler) {
         log.clear();
         std::shared_ptr<orv::VistelEventBase> record = c.make().record;
         ASSERT_EQ(record->GetEventType(), c.kind);
-        const vistel_tools::LibraryDump before =
-                vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+        const vistel_tools::LibraryCounters before = vistel_tools::readLibraryCounters();
         std::future<int> result = manager->reportMsgImpl(record);
         ASSERT_TRUE(result.valid());
         EXPECT_EQ(result.get(), serviceAbsent() ? refusedResult(c.kind) : 0);
 
         // The worker counted the record under its own kind and no other.
-        const vistel_tools::LibraryDump after =
-                vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+        const vistel_tools::LibraryCounters after = vistel_tools::readLibraryCounters();
         EXPECT_EQ((after.kinds.at(c.kind) - before.kinds.at(c.kind)).records, 1u);
         EXPECT_EQ((after.total - before.total).records, 1u);
 
@@ -156,8 +153,7 @@ TEST(AllKindsTest, EachRecordIsOneBalancedTraceSectionNamedAfterItsKind) {
     for (const vistel_tools::KindInfo& c : vistel_tools::kinds()) {
         SCOPED_TRACE(c.name);
         VirtualClock::expireAllLimits();
-        const vistel_tools::LibraryDump before =
-                vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+        const vistel_tools::LibraryCounters before = vistel_tools::readLibraryCounters();
         tracecapture::start();
         std::future<int> result = manager->reportMsgImpl(c.make().record);
         ASSERT_TRUE(result.valid());
@@ -166,8 +162,7 @@ TEST(AllKindsTest, EachRecordIsOneBalancedTraceSectionNamedAfterItsKind) {
         const Sections sections = sectionsOf(tracecapture::stop());
         EXPECT_EQ(sections.records, std::vector<std::string>{std::string("vistel ") + c.name});
         // One call per event the services took; none refused one here.
-        const vistel_tools::LibraryDump after =
-                vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+        const vistel_tools::LibraryCounters after = vistel_tools::readLibraryCounters();
         EXPECT_EQ(sections.serviceCalls, (after.total - before.total).events);
         EXPECT_EQ(sections.problems, std::vector<std::string>{});
         EXPECT_EQ(sections.counters.count("vistel records in flight"), 1u);

@@ -3,7 +3,7 @@
 // records in flight are exactly those handed over, and lets them go before it ends.
 #include <InFlightBound.h>
 #include <KindRegistry.h>
-#include <LibraryDump.h>
+#include <LibraryCounters.h>
 #include <QorThreadManager.h>
 #include <WorkerHold.h>
 
@@ -33,8 +33,8 @@ std::shared_ptr<orv::VistelEventBase> recordOf(orv::VistelEvent kind) {
     return vistel_tools::kinds()[kind].make().record;
 }
 
-vistel_tools::LibraryDump libraryDump() {
-    return vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+vistel_tools::LibraryCounters libraryCounters() {
+    return vistel_tools::readLibraryCounters();
 }
 
 class InFlightBoundTest : public ReporterTest {
@@ -65,7 +65,7 @@ class InFlightBoundTest : public ReporterTest {
 // refused since the last line and the kind refused most, one when the workers have caught up;
 // every refusal counted in its kind's row.
 TEST_F(InFlightBoundTest, ShedsPastTheBoundSaysSoSparinglyAndCountsIt) {
-    const vistel_tools::LibraryDump before = libraryDump();
+    const vistel_tools::LibraryCounters before = libraryCounters();
     std::optional<WorkerHold> held(std::in_place);
     fill(kBound, orv::kEventDumpTrace);
     ASSERT_TRUE(sheddingLines().empty());
@@ -104,14 +104,18 @@ TEST_F(InFlightBoundTest, ShedsPastTheBoundSaysSoSparinglyAndCountsIt) {
             << after[0];
     EXPECT_EQ(mLog.lines().back().priority, ANDROID_LOG_INFO);
 
-    const vistel_tools::LibraryDump dump = libraryDump();
-    EXPECT_EQ((dump.kinds.at(orv::kEventMemLeak) - before.kinds.at(orv::kEventMemLeak)).shed,
+    const vistel_tools::LibraryCounters dump = libraryCounters();
+    EXPECT_EQ((dump.kinds.at(orv::kEventMemLeak) -
+               before.kinds.at(orv::kEventMemLeak))[VISTEL_OUTCOME_SHED],
               2u * kRefusals);
-    EXPECT_EQ((dump.kinds.at(orv::kEventFrameDrop) - before.kinds.at(orv::kEventFrameDrop)).shed,
+    EXPECT_EQ((dump.kinds.at(orv::kEventFrameDrop) -
+               before.kinds.at(orv::kEventFrameDrop))[VISTEL_OUTCOME_SHED],
               2u * kRefusals - 1);
     EXPECT_EQ((dump.total - before.total).records, kBound + 4u * kRefusals);
     EXPECT_EQ(dump.rowsNotAddingUp(), std::vector<std::string>{});
-    EXPECT_EQ(dump.inFlight, "records in flight: 0 now, 4096 at most, shed beyond 4096");
+    EXPECT_EQ(dump.inFlight, 0u);
+    EXPECT_EQ(dump.inFlightPeak, kBound);
+    EXPECT_EQ(dump.inFlightBound, kBound);
 }
 
 // A steady flood stops and starts shedding many times a second: a restart within a second of
@@ -158,7 +162,7 @@ TEST_F(InFlightBoundTest, ARefusedCallAllocatesNothing) {
 TEST_F(InFlightBoundTest, EveryCallOfAFloodIsAccountedFor) {
     constexpr int kThreads = 8;
     constexpr int kCallsPerThread = 5000;
-    const vistel_tools::LibraryDump before = libraryDump();
+    const vistel_tools::LibraryCounters before = libraryCounters();
     std::atomic<int> queued{0};
     {
         WorkerHold held;
@@ -174,17 +178,18 @@ TEST_F(InFlightBoundTest, EveryCallOfAFloodIsAccountedFor) {
         for (std::thread& thread : camera) thread.join();
     }
     EXPECT_EQ(queued.load(), static_cast<int>(kBound));
-    const vistel_tools::DumpRow counted =
-            libraryDump().kinds.at(orv::kEventMemLeak) - before.kinds.at(orv::kEventMemLeak);
+    const vistel_tools::CounterRow counted =
+            libraryCounters().kinds.at(orv::kEventMemLeak) - before.kinds.at(orv::kEventMemLeak);
     EXPECT_EQ(counted.records, static_cast<uint64_t>(kThreads * kCallsPerThread));
-    EXPECT_EQ(counted.shed, static_cast<uint64_t>(kThreads * kCallsPerThread - kBound));
-    EXPECT_EQ(counted.records, counted.outcomes());
+    EXPECT_EQ(counted[VISTEL_OUTCOME_SHED],
+              static_cast<uint64_t>(kThreads * kCallsPerThread - kBound));
+    EXPECT_EQ(counted.records, counted.ended());
 }
 
 // Far below the bound: a whole day of a busy camera's boot records handed over at once.
 TEST_F(InFlightBoundTest, ABootBurstShedsNothing) {
     constexpr int kCameraOpens = 1000;  // a boot time-out and a scan message each
-    const vistel_tools::LibraryDump before = libraryDump();
+    const vistel_tools::LibraryCounters before = libraryCounters();
     {
         WorkerHold held;
         for (int open = 0; open < kCameraOpens; ++open) {
@@ -195,7 +200,7 @@ TEST_F(InFlightBoundTest, ABootBurstShedsNothing) {
             }
         }
     }
-    EXPECT_EQ((libraryDump().total - before.total).shed, 0u);
+    EXPECT_EQ((libraryCounters().total - before.total)[VISTEL_OUTCOME_SHED], 0u);
 }
 
 // With tracing on, the records in flight and the records shed are counter tracks: in flight up to
@@ -219,7 +224,7 @@ TEST_F(InFlightBoundTest, TheTraceCountsRecordsInFlightAndShed) {
     ASSERT_FALSE(inFlight.empty());
     EXPECT_EQ(*std::max_element(inFlight.begin(), inFlight.end()), kBound);
     EXPECT_EQ(*std::min_element(inFlight.begin(), inFlight.end()), 0);
-    const uint64_t shedSoFar = libraryDump().total.shed;
+    const uint64_t shedSoFar = libraryCounters().total[VISTEL_OUTCOME_SHED];
     std::vector<int64_t> expected;
     for (int i = kRefusals - 1; i >= 0; --i) {
         expected.push_back(static_cast<int64_t>(shedSoFar) - i);

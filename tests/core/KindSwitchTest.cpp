@@ -3,9 +3,10 @@
 // off, counted off, and the first record after a cleared switch sent.
 #include <KindRegistry.h>
 #include <KindSwitch.h>
-#include <LibraryDump.h>
+#include <LibraryCounters.h>
 #include <QorThreadManager.h>
 #include <android-base/properties.h>
+#include <unistd.h>
 
 #include "ReporterTest.h"
 
@@ -76,8 +77,8 @@ class KindSwitchFlowTest : public ReporterTest {
     static std::shared_ptr<orv::VistelEventBase> recordOf(orv::VistelEvent kind) {
         return vistel_tools::kinds()[kind].make().record;
     }
-    static vistel_tools::DumpRow counted(orv::VistelEvent kind) {
-        return vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines()).kinds.at(kind);
+    static vistel_tools::CounterRow counted(orv::VistelEvent kind) {
+        return vistel_tools::readKindCounters(kind);
     }
     // Hands over a record of `kind` and says whether it was queued; a queued one is waited for.
     static bool queued(orv::VistelEvent kind) {
@@ -121,13 +122,13 @@ TEST_F(KindSwitchFlowTest, SwitchedOffAndOnAgainWhileRecordsFlow) {
         ovrixhost::reset();
         orvloghost::reset();
 
-        const vistel_tools::DumpRow before = counted(c.off);
+        const vistel_tools::CounterRow before = counted(c.off);
         EXPECT_FALSE(queued(c.off));
         EXPECT_FALSE(queued(c.off));
-        const vistel_tools::DumpRow since = counted(c.off) - before;
+        const vistel_tools::CounterRow since = counted(c.off) - before;
         EXPECT_EQ(since.records, 2u);
-        EXPECT_EQ(since.off, 2u);
-        EXPECT_EQ(since.outcomes(), since.records);
+        EXPECT_EQ(since[VISTEL_OUTCOME_OFF], 2u);
+        EXPECT_EQ(since.ended(), since.records);
         EXPECT_TRUE(vistelhost::sentEvents().empty());
         EXPECT_TRUE(ovrixhost::reported().empty());
         if (c.other != c.off) {
@@ -147,9 +148,9 @@ TEST_F(KindSwitchFlowTest, SwitchedOffAndOnAgainWhileRecordsFlow) {
         // Out of the limiter's way: a record sent before the switch was set would limit it.
         VirtualClock::expireAllLimits();
         vistelhost::reset();
-        const vistel_tools::DumpRow cleared = counted(c.off);
+        const vistel_tools::CounterRow cleared = counted(c.off);
         EXPECT_TRUE(queued(c.off)) << "the first record after the switch was cleared";
-        EXPECT_EQ((counted(c.off) - cleared).sent, 1u);
+        EXPECT_EQ((counted(c.off) - cleared)[VISTEL_OUTCOME_SENT], 1u);
         EXPECT_EQ(vistelhost::sentEvents().size() + ovrixhost::reported().size(), 1u);
     }
 }
@@ -180,12 +181,19 @@ TEST_F(KindSwitchFlowTest, TheDumpShowsTheOffColumnOnceARecordWasSwitchedOff) {
     pastThePeriod();
     queued(orv::kEventMemShortage);
     EXPECT_FALSE(queued(orv::kEventHDRPData));
-    const std::vector<std::string> lines = vistel_tools::libraryDumpLines();
-    const vistel_tools::LibraryDump dump = vistel_tools::parseLibraryDump(lines);
-    EXPECT_TRUE(dump.offShown);
-    EXPECT_TRUE(dump.unparsed.empty());
-    EXPECT_TRUE(dump.rowsNotAddingUp().empty());
-    EXPECT_GE(dump.kinds.at(orv::kEventHDRPData).off, 1u);
+    const vistel_tools::LibraryCounters counters = vistel_tools::readLibraryCounters();
+    EXPECT_TRUE(counters.rowsNotAddingUp().empty());
+    EXPECT_GE(counters.kinds.at(orv::kEventHDRPData)[VISTEL_OUTCOME_OFF], 1u);
+    // The dump's table header: "... failed shed off events".
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    manager()->dump(ends[1]);
+    close(ends[1]);
+    std::string text;
+    char buffer[4096];
+    for (ssize_t got; (got = read(ends[0], buffer, sizeof(buffer))) > 0;) text.append(buffer, got);
+    close(ends[0]);
+    EXPECT_NE(text.find(" failed      shed       off    events\n"), std::string::npos) << text;
 }
 
 }  // namespace

@@ -320,27 +320,36 @@ std::vector<KeyedMap> keyedMaps() {
     };
 }
 
-// The keys a map holds and the keys each policy dropped since the process started.
+// The keys a map holds and the keys each policy dropped since the process started, as the
+// limiter counts them and as the manager's snapshot of its counters shows them.
 struct Counts {
     size_t keys;
     std::vector<uint64_t> dropped;
+    std::vector<uint64_t> snapshotDropped;
 };
 
 Counts countsOf(const Limit& limit, const KeyedMap& map) {
-    Counts counts{map.slot ? 0 : gOwnKeys.size(), {}};
+    Counts counts{map.slot ? 0 : gOwnKeys.size(), {}, {}};
     for (const Limit::KeyCount& count : limit.keyCounts()) counts.dropped.push_back(count.dropped);
     if (map.slot) counts.keys = limit.keyCounts()[*map.slot].keys;
+    VistelCounterSnapshot snapshot = {};
+    snapshot.size = sizeof(snapshot);
+    EXPECT_EQ(orv::VistelManager::GetInstance()->snapshotCounters(&snapshot), 0);
+    for (uint32_t slot = 0; slot < snapshot.policyCount; ++slot) {
+        counts.snapshotDropped.push_back(snapshot.policies[slot].dropped);
+    }
     return counts;
 }
 
 // The dropped counts since `before`, `dropped` expected for the map's own policy and none for
-// any other.
+// any other; the snapshot shows the same figures.
 void expectDropped(const KeyedMap& map, const Counts& before, const Counts& after,
                    uint64_t dropped) {
     for (size_t slot = 0; slot < Limit::kKeyedPolicies; ++slot) {
         const uint64_t expected = map.slot == slot ? dropped : 0;
         EXPECT_EQ(after.dropped[slot] - before.dropped[slot], expected) << "slot " << slot;
     }
+    EXPECT_EQ(after.snapshotDropped, after.dropped);
 }
 
 // A key (the probe) recorded at the start, then, at the scan time, enough other keys to bring its

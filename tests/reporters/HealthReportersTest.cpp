@@ -1,6 +1,6 @@
 // The reporters that go to the system event and logging services, end to end from the manager:
 // memory, temperature, boot, trace and video performance reports.
-#include <LibraryDump.h>
+#include <LibraryCounters.h>
 
 #include <algorithm>
 #include <climits>
@@ -19,9 +19,8 @@ namespace {
 using namespace orv;
 using HealthReportersTest = ReporterTest;
 
-// The row of `kind` in the library's dump.
-vistel_tools::DumpRow dumpRow(VistelEvent kind) {
-    return vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines()).kinds.at(kind);
+vistel_tools::CounterRow dumpRow(VistelEvent kind) {
+    return vistel_tools::readKindCounters(kind);
 }
 
 // One process's figures, each distinct (base + 1 to base + 7) so that a figure put under another
@@ -280,14 +279,14 @@ TEST_F(HealthReportersTest, VideoPerfOneEventPerGroup) {
 TEST_F(HealthReportersTest, ARecordWhoseSecondEventIsRefusedFailed) {
     auto drop = std::make_shared<vistelFrameDrop>();
     drop->groups = {group(1, 2), group(2, 12), group(3, 0)};
-    const vistel_tools::DumpRow before = dumpRow(kEventFrameDrop);
+    const vistel_tools::CounterRow before = dumpRow(kEventFrameDrop);
     ovrixhost::refuseReport(2);
     EXPECT_EQ(report(drop), 0);
     EXPECT_EQ(reportedTexts(), (Strings{groupText(1, 2), groupText(3, 0)}));
-    const vistel_tools::DumpRow counted = dumpRow(kEventFrameDrop) - before;
+    const vistel_tools::CounterRow counted = dumpRow(kEventFrameDrop) - before;
     EXPECT_EQ(counted.records, 1u);
-    EXPECT_EQ(counted.failed, 1u);
-    EXPECT_EQ(counted.sent, 0u);
+    EXPECT_EQ(counted[VISTEL_OUTCOME_FAILED], 1u);
+    EXPECT_EQ(counted[VISTEL_OUTCOME_SENT], 0u);
     EXPECT_EQ(counted.events, 2u);
 }
 

@@ -7,7 +7,7 @@
 // This executable replaces operator new (FailingAllocations.h); nothing in it builds the manager
 // before the children do.
 #include <KindRegistry.h>
-#include <LibraryDump.h>
+#include <LibraryCounters.h>
 #include <LogCapture.h>
 #include <VistelManager.h>
 #include <dlfcn.h>
@@ -58,8 +58,7 @@ ChildExit buildWithFailure(long n) {
     }
     if (!reached) return kNotReached;
     orv::VistelManager* manager = orv::VistelManager::GetInstance();
-    const bool inited = vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines()).service ==
-                        "vistel service: bound (libvistel.so)";
+    const bool inited = vistel_tools::readLibraryCounters().working();
     if (inited) {
         // The allocation that failed was one the start could do without.
         std::future<int> result =

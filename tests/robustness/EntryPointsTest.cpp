@@ -7,7 +7,7 @@
 // This executable replaces operator new (FailingAllocations.h). Each sweep raises n until a call
 // gets through without reaching it.
 #include <KindRegistry.h>
-#include <LibraryDump.h>
+#include <LibraryCounters.h>
 #include <LogCapture.h>
 #include <OvrixEvent.h>
 #include <VirtualClock.h>
@@ -101,9 +101,8 @@ TEST_F(EntryPointsTest, ReportMsgImplOutOfMemoryGivesAnInvalidFuture) {
     }
 }
 
-// The row of `kind` in the library's dump.
-vistel_tools::DumpRow rowOf(orv::VistelEvent kind) {
-    return vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines()).kinds.at(kind);
+vistel_tools::CounterRow rowOf(orv::VistelEvent kind) {
+    return vistel_tools::readKindCounters(kind);
 }
 
 bool journaled(const std::string& function) {
@@ -120,7 +119,7 @@ TEST_F(EntryPointsTest, ReporterOutOfMemoryFailsThatReportOnly) {
             std::shared_ptr<orv::VistelEventBase> record = c.make().record;
             VirtualClock::expireAllLimits();
             vistelhost::reset();
-            const vistel_tools::DumpRow before = rowOf(c.kind);
+            const vistel_tools::CounterRow before = rowOf(c.kind);
             mLog.clear();
             int result = 1;
             if (!failingAllocation(n, [&] { result = (manager()->*handlerOf(c.kind))(record); })) {
@@ -128,7 +127,7 @@ TEST_F(EntryPointsTest, ReporterOutOfMemoryFailsThatReportOnly) {
                 break;
             }
             SCOPED_TRACE("allocation " + std::to_string(n));
-            const vistel_tools::DumpRow counted = rowOf(c.kind) - before;
+            const vistel_tools::CounterRow counted = rowOf(c.kind) - before;
             EXPECT_EQ(counted.records, 1u);
             if (result == 0) {
                 // Only where the allocation that failed was the service's own, after it had
@@ -136,13 +135,13 @@ TEST_F(EntryPointsTest, ReporterOutOfMemoryFailsThatReportOnly) {
                 // service does without.
                 EXPECT_EQ(vistelhost::sentEvents().size(), 1u);
                 EXPECT_FALSE(journaled("vistel_destroy_eventobj"));
-                EXPECT_EQ(counted.sent, 1u);
+                EXPECT_EQ(counted[VISTEL_OUTCOME_SENT], 1u);
             } else {
                 // Failed with an error line: the reporter's own when its code ran out, a
                 // primitive's when the service did.
                 EXPECT_EQ(result, -1);
                 EXPECT_FALSE(errors().empty());
-                EXPECT_EQ(counted.failed, 1u);
+                EXPECT_EQ(counted[VISTEL_OUTCOME_FAILED], 1u);
             }
             EXPECT_EQ(vistelhost::liveObjects(), 0) << "event object leaked";
             ASSERT_LT(n, kMostAllocations - 1);
@@ -168,6 +167,7 @@ TEST_F(EntryPointsTest, EveryExportedEntryPointIsDriven) {
             "orv::VistelManager::sendBootMsg(std::vector<orv::SingleBootNode, "
             "std::allocator<orv::SingleBootNode> >&)",
             "orv::VistelManager::dump(int)",
+            "orv::VistelManager::snapshotCounters(VistelCounterSnapshot*)",
     };
     for (const vistel_tools::KindInfo& c : vistel_tools::kinds()) {
         driven.insert(std::string("orv::VistelManager::") + c.handler +
@@ -202,17 +202,17 @@ TEST_F(EntryPointsTest, ARecordWithAnotherBodyIsRefusedOneWithTheSameBodyIsRead)
             VirtualClock::expireAllLimits();
             vistelhost::reset();
             ovrixhost::reset();
-            const vistel_tools::DumpRow before = rowOf(c.kind);
+            const vistel_tools::CounterRow before = rowOf(c.kind);
             const int result = (manager()->*handlerOf(c.kind))(other.make().record);
-            const vistel_tools::DumpRow counted = rowOf(c.kind) - before;
+            const vistel_tools::CounterRow counted = rowOf(c.kind) - before;
             EXPECT_EQ(counted.records, 1u) << other.handler;
             if (same) {
                 ++sameBody;
-                EXPECT_EQ(counted.notInitialised, 0u) << other.handler;
+                EXPECT_EQ(counted[VISTEL_OUTCOME_NOT_INITIALISED], 0u) << other.handler;
                 continue;
             }
             EXPECT_EQ(result, refusedResult(c.kind)) << other.handler;
-            EXPECT_EQ(counted.notInitialised, 1u) << other.handler;
+            EXPECT_EQ(counted[VISTEL_OUTCOME_NOT_INITIALISED], 1u) << other.handler;
             EXPECT_TRUE(vistelhost::calls().empty()) << other.handler;
             EXPECT_TRUE(ovrixhost::reported().empty()) << other.handler;
         }
@@ -236,7 +236,7 @@ TEST_F(EntryPointsTest, AServiceThatThrowsFailsThatRecordOnly) {
             vistelhost::throwFromNextSend();
             ovrixhost::throwFromNextReport();
             std::shared_ptr<orv::VistelEventBase> record = c.make().record;
-            const vistel_tools::DumpRow before = rowOf(c.kind);
+            const vistel_tools::CounterRow before = rowOf(c.kind);
             int result = 1;
             if (round == 0) {
                 std::future<int> future = manager()->reportMsgImpl(record);
@@ -245,10 +245,10 @@ TEST_F(EntryPointsTest, AServiceThatThrowsFailsThatRecordOnly) {
             } else {
                 ASSERT_NO_THROW(result = (manager()->*handlerOf(c.kind))(record));
             }
-            const vistel_tools::DumpRow counted = rowOf(c.kind) - before;
+            const vistel_tools::CounterRow counted = rowOf(c.kind) - before;
             EXPECT_EQ(counted.records, 1u);
-            EXPECT_EQ(counted.records, counted.outcomes());
-            if (counted.failed == 1) {
+            EXPECT_EQ(counted.records, counted.ended());
+            if (counted[VISTEL_OUTCOME_FAILED] == 1) {
                 ++failed;
                 EXPECT_EQ(result, -1);
                 EXPECT_EQ(counted.events, 0u);
@@ -261,9 +261,7 @@ TEST_F(EntryPointsTest, AServiceThatThrowsFailsThatRecordOnly) {
     // Vistel kinds 0-17 but 14, 19-24 once queued and once called, Ovrix ones whose example
     // record reaches the service.
     EXPECT_GE(failed, 2 * 23);
-    const vistel_tools::LibraryDump dump =
-            vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
-    EXPECT_EQ(dump.inFlight.rfind("records in flight: 0 now", 0), 0u) << dump.inFlight;
+    EXPECT_EQ(vistel_tools::readLibraryCounters().inFlight, 0u);
     VirtualClock::expireAllLimits();
     EXPECT_EQ(
             manager()->reportMsgImpl(vistel_tools::kinds()[orv::kEventMemLeak].make().record).get(),
@@ -281,7 +279,7 @@ TEST_F(EntryPointsTest, AReportFromADestructorWhileUnwindingIsCountedAsItEnds) {
         }
     };
     VirtualClock::expireAllLimits();
-    const vistel_tools::DumpRow before = rowOf(orv::kEventMemLeak);
+    const vistel_tools::CounterRow before = rowOf(orv::kEventMemLeak);
     int result = 1;
     try {
         ReportsWhenDestroyed reporter{&result};
@@ -289,9 +287,49 @@ TEST_F(EntryPointsTest, AReportFromADestructorWhileUnwindingIsCountedAsItEnds) {
     } catch (int) {
     }
     EXPECT_EQ(result, 0);
-    const vistel_tools::DumpRow counted = rowOf(orv::kEventMemLeak) - before;
-    EXPECT_EQ(counted.sent, 1u);
-    EXPECT_EQ(counted.failed, 0u);
+    const vistel_tools::CounterRow counted = rowOf(orv::kEventMemLeak) - before;
+    EXPECT_EQ(counted[VISTEL_OUTCOME_SENT], 1u);
+    EXPECT_EQ(counted[VISTEL_OUTCOME_FAILED], 0u);
+}
+
+// snapshotCounters() writes nothing past the size its caller says it has, refuses a size smaller
+// than its first version's with a line, and zeroes the fields of a later version it does not know.
+TEST_F(EntryPointsTest, SnapshotCountersWritesOnlyWhatTheCallerHas) {
+    constexpr uint32_t kWhole = sizeof(VistelCounterSnapshot);
+    constexpr unsigned char kUntouched = 0xa5;
+    struct Case {
+        const char* what;
+        uint32_t size;
+        int result;
+    };
+    const Case kCases[] = {
+            {"no size", 0, -1},
+            {"an older, shorter layout", kWhole - sizeof(VistelPolicyKeys), -1},
+            {"one byte short", kWhole - 1, -1},
+            {"this version's", kWhole, 0},
+            {"a later version's", kWhole + 64, 0},
+    };
+    for (const Case& c : kCases) {
+        SCOPED_TRACE(c.what);
+        std::vector<unsigned char> memory(kWhole + 128, kUntouched);
+        auto* snapshot = reinterpret_cast<VistelCounterSnapshot*>(memory.data());
+        snapshot->size = c.size;
+        mLog.clear();
+        EXPECT_EQ(manager()->snapshotCounters(snapshot), c.result);
+        const size_t written = c.result == 0 ? c.size : sizeof(snapshot->size);
+        for (size_t i = written; i < memory.size(); ++i) {
+            ASSERT_EQ(memory[i], kUntouched) << "byte " << i << " of " << c.size;
+        }
+        EXPECT_EQ(errors().size(), c.result == 0 ? 0u : 1u);
+        if (c.result != 0) continue;
+        EXPECT_EQ(snapshot->size, c.size);
+        EXPECT_EQ(snapshot->version, 1u);
+        EXPECT_EQ(snapshot->kindCount, orv::kVistelEventCount);
+        for (size_t i = kWhole; i < c.size; ++i) ASSERT_EQ(memory[i], 0) << "byte " << i;
+    }
+    mLog.clear();
+    EXPECT_EQ(manager()->snapshotCounters(nullptr), -1);
+    EXPECT_EQ(errors().size(), 1u);
 }
 
 TEST_F(EntryPointsTest, SendBootMsgOutOfMemoryIsLoggedNotThrown) {

@@ -13,7 +13,7 @@
 //     camera-asking   returns while a camera thread's record is asked its kind, before
 //                     reportMsgImpl takes its pass; let go once the manager is destroyed
 //     after           calls every entry point once the manager is destroyed: reportMsgImpl,
-//                     handlers, sendBootMsg, dump()
+//                     handlers, sendBootMsg, dump(), snapshotCounters()
 //     late            holds every worker of the pool, queues a report behind them, and lets them
 //                     go once the manager is destroyed: the report starts after it
 //     exit-report     reports from an exit handler that runs after the pool's own exit hook
@@ -194,6 +194,13 @@ void callAfterDestruction() {
     std::vector<orv::SingleBootNode> nodes(1);
     destroyed->sendBootMsg(nodes);
     destroyed->dump(STDERR_FILENO);
+    VistelCounterSnapshot counts = {};
+    counts.size = sizeof(counts);
+    const int answer = destroyed->snapshotCounters(&counts);
+    fprintf(stderr, "snapshotCounters: %d, manager %u, MemLeak records %llu, policies %u\n", answer,
+            counts.manager,
+            static_cast<unsigned long long>(counts.kinds[orv::kEventMemLeak].records),
+            counts.policyCount);
 }
 
 void releaseWorkers() {

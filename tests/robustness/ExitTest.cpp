@@ -169,7 +169,9 @@ const ExitCase kCases[] = {
           // dump(): the counters, nothing of the manager; every refused record counted.
           "handlers refusing as not initialised: 32", "primitives refused: 6 of 6",
           "0 MemLeak 4 1 0 0 3 0 0 1", "- direct sendBootMsg calls 1 0 0 0 1 0 0 0",
-          "vistel service: destroyed with the manager", "(every policy) destroyed"},
+          "vistel service: destroyed with the manager", "(every policy) destroyed",
+          // snapshotCounters(): the same counters, the manager destroyed, no policy read.
+          "snapshotCounters: 0, manager 3, MemLeak records 4, policies 0"},
          {kKept, "sendEventMemLeak() error: manager destroyed, record dropped"},
          {},
          {},

@@ -5,7 +5,8 @@
 //
 //   a record's GetEventType() ends its thread (pthread_exit) inside reportMsgImpl
 //   the process's logger reports straight to a handler on a line the limiter logs
-//   dump() while a reporter is held in the logger on a line the limiter logs
+//   dump() and snapshotCounters() while a reporter is held in the logger on a line the limiter
+//   logs
 //   fork() by another thread while the manager is being built; the child asks for the manager
 //   a worker pool that logs when first asked for, and a logger that calls GetInstance()->Init() on
 //   that line (before the manager's own Init): the manager must still come up initialised
@@ -111,6 +112,15 @@ void dumpWhileAReporterIsHeldInTheLogger() {
     std::thread reporter([manager] { manager->sendEventMemLeak(leak("known")); });
     gHold.waitUntilHeld();
     manager->dump(STDERR_FILENO);
+    // The same wait in the snapshot: the decision still holds the limiter's lock, so no policy's
+    // keys can be read, and each says so.
+    VistelCounterSnapshot counts = {};
+    counts.size = sizeof(counts);
+    if (manager->snapshotCounters(&counts) != 0) _exit(5);
+    for (uint32_t i = 0; i < counts.policyCount; ++i) {
+        if (counts.policies[i].busy != 1 || counts.policies[i].keys != 0) _exit(6);
+    }
+    if (counts.policyCount != VistelManager::FrequencyLimit::kKeyedPolicies) _exit(7);
     gHold.release();
     reporter.join();
 }

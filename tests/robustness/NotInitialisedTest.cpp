@@ -3,7 +3,7 @@
 // as usual, answers with its not-initialised result, logs why once, reports nothing and is
 // counted so; the dump names the missing entry point.
 #include <KindRegistry.h>
-#include <LibraryDump.h>
+#include <LibraryCounters.h>
 #include <LogCapture.h>
 #include <OvrixEvent.h>
 #include <VistelManager.h>
@@ -76,8 +76,7 @@ TEST(NotInitialisedTest, EveryKindRefusesAndReportsNothing) {
         const vistel_tools::Outcome expected = error == ErrorLine::kNone
                                                        ? vistel_tools::Outcome::kNoEvent
                                                        : vistel_tools::Outcome::kNotInitialised;
-        const vistel_tools::LibraryDump before =
-                vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+        const vistel_tools::LibraryCounters before = vistel_tools::readLibraryCounters();
 
         std::future<int> result = manager->reportMsgImpl(instance.record);
         ASSERT_TRUE(result.valid());
@@ -99,27 +98,28 @@ TEST(NotInitialisedTest, EveryKindRefusesAndReportsNothing) {
         EXPECT_TRUE(ovrixhost::reported().empty());
         EXPECT_TRUE(orvloghost::jankPrints().empty());
 
-        const vistel_tools::LibraryDump after =
-                vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
-        vistel_tools::DumpRow counted;
+        const vistel_tools::LibraryCounters after = vistel_tools::readLibraryCounters();
+        vistel_tools::CounterRow counted;
         counted.name = info.name;
         counted.records = 1;
         // The trace request of a time-out checks nothing and sends nothing.
-        (error == ErrorLine::kNone ? counted.noEvent : counted.notInitialised) = 1;
+        const VistelOutcome outcome = error == ErrorLine::kNone ? VISTEL_OUTCOME_NO_EVENT
+                                                                : VISTEL_OUTCOME_NOT_INITIALISED;
+        counted[outcome] = 1;
         EXPECT_EQ(after.kinds.at(info.kind) - before.kinds.at(info.kind), counted);
-        vistel_tools::DumpRow moved = after.total - before.total;
+        vistel_tools::CounterRow moved = after.total - before.total;
         moved.name = info.name;
         EXPECT_EQ(moved, counted) << "counted in another row too";
     }
     const char* missing = getenv("VISTEL_MISSING_SYMBOL");
     ASSERT_NE(missing, nullptr) << "the ctest entry names the missing entry point";
-    const vistel_tools::LibraryDump dump =
-            vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
-    EXPECT_EQ(dump.service,
-              std::string("vistel service: not bound: libvistel.so has no ") + missing);
+    const vistel_tools::LibraryCounters counters = vistel_tools::readLibraryCounters();
+    EXPECT_EQ(counters.binding, VISTEL_BINDING_FUNCTION_MISSING);
+    EXPECT_EQ(counters.missingFunction, missing);
+    EXPECT_FALSE(counters.inited);
     // Refused before the limiter was asked: no record used up a period.
-    for (const auto& [policy, keys] : dump.keys) EXPECT_EQ(keys, 0u) << policy;
-    EXPECT_EQ(dump.keys.size(), orv::VistelManager::FrequencyLimit::kKeyedPolicies);
+    for (const auto& [policy, keys] : counters.policies) EXPECT_EQ(keys.keys, 0u) << policy;
+    EXPECT_EQ(counters.policies.size(), orv::VistelManager::FrequencyLimit::kKeyedPolicies);
 }
 
 }  // namespace

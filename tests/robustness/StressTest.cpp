@@ -9,7 +9,7 @@
 // record's fate is then known: in every phase, a limited key lets exactly its first record
 // through if its quiet period has run out since the phase in which it last let one through.
 #include <KindRegistry.h>
-#include <LibraryDump.h>
+#include <LibraryCounters.h>
 #include <LogCapture.h>
 #include <OvrixEvent.h>
 #include <RecordJson.h>
@@ -226,7 +226,7 @@ class StressTest : public ::testing::Test {
     void SetUp() override {
         VirtualClock::expireAllLimits();
         vistel_harness::resetServices();
-        mCountersBefore = vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+        mCountersBefore = vistel_tools::readLibraryCounters();
     }
 
     void TearDown() override {
@@ -375,25 +375,24 @@ class StressTest : public ::testing::Test {
     // their own), with the outcome it had and the events the services took; and every row of the
     // dump adds up, nothing being in flight any more.
     void expectCountersAgree() {
-        using vistel_tools::DumpRow;
-        std::map<uint32_t, DumpRow> expected;
-        DumpRow direct;
+        using vistel_tools::CounterRow;
+        std::map<uint32_t, CounterRow> expected;
+        CounterRow direct;
         for (const Sent& sent : mSent) {
-            DumpRow& row = sent.direct ? direct : expected[sent.kind];
+            CounterRow& row = sent.direct ? direct : expected[sent.kind];
             ++row.records;
             row.events += sent.events;
             if (sent.result == -1) {
-                ++row.failed;  // only ever the service refusing: it is bound
+                ++row[VISTEL_OUTCOME_FAILED];  // only ever the service refusing: it is bound
             } else if (sent.events > 0) {
-                ++row.sent;
+                ++row[VISTEL_OUTCOME_SENT];
             } else if (infoOf(sent.kind).service == Service::kNone) {
-                ++row.noEvent;
+                ++row[VISTEL_OUTCOME_NO_EVENT];
             } else {
-                ++row.limited;
+                ++row[VISTEL_OUTCOME_LIMITED];
             }
         }
-        const vistel_tools::LibraryDump after =
-                vistel_tools::parseLibraryDump(vistel_tools::libraryDumpLines());
+        const vistel_tools::LibraryCounters after = vistel_tools::readLibraryCounters();
         for (const KindInfo& info : vistel_tools::kinds()) {
             expected[info.kind].name = info.name;
             EXPECT_EQ(after.kinds.at(info.kind) - mCountersBefore.kinds.at(info.kind),
@@ -406,7 +405,7 @@ class StressTest : public ::testing::Test {
     }
 
     std::vector<Sent> mSent;  // indexed by mark - kFirstMark
-    vistel_tools::LibraryDump mCountersBefore;
+    vistel_tools::LibraryCounters mCountersBefore;
 };
 
 TEST_F(StressTest, EveryKindAtOnceDeliversExactlyWhatTheLimiterAllows) {
