@@ -256,183 +256,225 @@ TEST(ReplayCommandTest, UnreadableSourcesAreRefusedWithTheReason) {
     remove(file.c_str());
 }
 
-TEST(ReplayCommandTest, CommandLines) {
-    const std::string scenario = writeScenario("[]");
-    const struct {
-        std::vector<std::string> args;
-        int status;
-        std::string out;  // what stdout starts with
-        std::string err;  // what stderr starts with
-    } kCases[] = {
-            // A usage error is one line, whole, without the usage.
-            {{},
-             kExitUsage,
-             "",
-             "vistel-replay: expected one operand, got 0; try vistel-replay --help\n"},
-            {{"--bad", scenario},
-             kExitUsage,
-             "",
-             "vistel-replay: unknown option --bad; try vistel-replay --help\n"},
-            {{"--jsno", scenario},
-             kExitUsage,
-             "",
-             "vistel-replay: unknown option --jsno (did you mean --json?); try vistel-replay "
-             "--help\n"},
-            {{"--dictionary", "--shcema"},
-             kExitUsage,
-             "",
-             "vistel-replay: unknown option --shcema (did you mean --schema?); try vistel-replay "
-             "--help\n"},
-            {{"--verison"},
-             kExitUsage,
-             "",
-             "vistel-replay: unknown option --verison (did you mean --version?); try vistel-replay "
-             "--help\n"},
-            {{"--\xff\x1b[2J"},
-             kExitUsage,
-             "",
-             "vistel-replay: unknown option --\\xFF\\x1B[2J; try vistel-replay --help\n"},
-            {{"--version"}, kExitOk, "vistel-replay " VISTEL_VERSION "\n", ""},
-            {{"--version", "--list"},
-             kExitUsage,
-             "",
-             "vistel-replay: --version and --list cannot be combined; try vistel-replay --help\n"},
-            {{scenario, scenario},
-             kExitUsage,
-             "",
-             "vistel-replay: expected one operand, got 2; try vistel-replay --help\n"},
-            {{"--list", scenario},
-             kExitUsage,
-             "",
-             "vistel-replay: expected no operand, got 1; try vistel-replay --help\n"},
-            {{"--describe"},
-             kExitUsage,
-             "",
-             "vistel-replay: expected one operand, got 0; try vistel-replay --help\n"},
-            {{"--describe", "sendeventmemleak"},
-             kExitUsage,
-             "",
-             "vistel-replay: unknown kind \"sendeventmemleak\" (did you mean "
-             "\"sendEventMemLeak\"?); vistel-replay --list shows them\n"},
-            // Options with a value.
-            {{scenario, "--off"},
-             kExitUsage,
-             "",
-             "vistel-replay: --off needs a value; try vistel-replay --help\n"},
-            {{"--trace", "", scenario},
-             kExitUsage,
-             "",
-             "vistel-replay: --trace needs a value; try vistel-replay --help\n"},
-            {{"--of", "MemLeak", scenario},
-             kExitUsage,
-             "",
-             "vistel-replay: unknown option --of (did you mean --off?); try vistel-replay "
-             "--help\n"},
-            {{"--off", "MemLek", scenario},
-             kExitUsage,
-             "",
-             "vistel-replay: --off: unknown kind \"MemLek\" (did you mean \"MemLeak\"?); numbers "
-             "or names of kinds, or all\n"},
-            // The property knows kinds by number and name, not by handler.
-            {{"--off", "0,sendEventMemLeak", scenario},
-             kExitUsage,
-             "",
-             "vistel-replay: --off: unknown kind \"sendEventMemLeak\""},
-            {{"--off", "all", "--list"},
-             kExitUsage,
-             "",
-             "vistel-replay: --off applies to a replay, not to --list; try vistel-replay "
-             "--help\n"},
-            {{"--trace", "/nonexistent/dir/trace.json", scenario},
-             kExitUsage,
-             "",
-             "vistel-replay: --trace: cannot write /nonexistent/dir/trace.json\n"},
-            // Options that make no sense together.
-            {{"--dump", "--dictionary"},
-             kExitUsage,
-             "",
-             "vistel-replay: --dump applies to a replay, not to --dictionary; try vistel-replay "
-             "--help\n"},
-            {{"--full", "--list"},
-             kExitUsage,
-             "",
-             "vistel-replay: --full applies to a replay, not to --list; try vistel-replay "
-             "--help\n"},
-            {{"--verbose", "--describe", "0"},
-             kExitUsage,
-             "",
-             "vistel-replay: --verbose applies to a replay, not to --describe; try vistel-replay "
-             "--help\n"},
-            {{"--json", "--full", scenario},
-             kExitUsage,
-             "",
-             "vistel-replay: --full shapes the text report; --json always has every parameter; try "
-             "vistel-replay --help\n"},
-            {{"--list", "--describe", "0"},
-             kExitUsage,
-             "",
-             "vistel-replay: --list and --describe cannot be combined; try vistel-replay --help\n"},
-            // The event stream is the events alone.
-            {{"--events", "--json", scenario},
-             kExitUsage,
-             "",
-             "vistel-replay: --events writes the events alone; --json shapes a report; try "
-             "vistel-replay --help\n"},
-            {{"--dump", "--events", scenario},
-             kExitUsage,
-             "",
-             "vistel-replay: --events writes the events alone; --dump shapes a report; try "
-             "vistel-replay --help\n"},
-            {{"--events", "--dictionary"},
-             kExitUsage,
-             "",
-             "vistel-replay: --events applies to a replay, not to --dictionary; try vistel-replay "
-             "--help\n"},
-            {{"--help", "--list", "--dump"}, kExitOk, "usage: vistel-replay", ""},
-            {{"--help"}, kExitOk, "usage: vistel-replay", ""},
-            {{"--list"}, kExitOk, "kind  name / handler", ""},
-            // --json is honoured by every listing.
-            {{"--list", "--json"},
-             kExitOk,
-             R"({"kind":0,"name":"MemLeak","handler":"sendEventMemLeak","record":"vistelMemLeak",)"
-             R"("body":"vistelMemLeak","service":"vistel","events":[{"id":918000000}],"limit":)"
-             R"({"policy":"limitEventMemLeak","periodSeconds":3600,"per":"name"},"results":)"
-             R"({"sent":0,"limited":0,"not-initialised":-1,"failed":-1}})"
-             "\n",
-             ""},
-            {{"--describe", "18", "--json"},
-             kExitOk,
-             R"({"kind":18,"name":"AlgoProcessTimeoutDumpSystrace",)"
-             R"("handler":"SendEventAlgoProcessTimeoutDumpSystrace",)"
-             R"("record":"vistelAlgoProcessTimeoutDumpSystrace","body":"vistelAlgoProcessTimeout",)"
-             R"("service":"none","events":[],"limit":null,"results":{"no-event":0},"fields":[)"
-             R"({"name":"name","type":"char[64]"},)",
-             ""},
-            {{"--describe", "dumpTrace"},
-             kExitOk,
-             "kind 26: DumpTrace\n  handler  dumpTrace\n  record   vistelDumpTrace\n"
-             "  service  jank print, events type 3, id 474\n"
-             "  limit    LimitDumpSysTraceError, 360 s per kind\n",
-             ""},
-            {{"--describe", "7"},
-             kExitOk,
-             "kind 7: AlgoProcessTimeoutWarning\n  handler  sendEventAlgoProcessTimeoutWarning\n"
-             "  record   vistelAlgoProcessTimeoutWarning (body vistelAlgoProcessTimeout)\n",
-             ""},
-            {{"--json", scenario},
-             kExitOk,
-             R"({"type":"summary","summary":{"records":0,"sent":0,"limited":0,"no-event":0,)"
-             R"("not-initialised":0,)"
-             R"("failed":0,"shed":0,"events":0,"kinds":[]}})",
-             ""},
-    };
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(testing::PrintToString(c.args));
-        const ToolRun run = runTool(c.args);
-        EXPECT_EQ(run.status, c.status);
-        EXPECT_EQ(run.out.substr(0, c.out.size()), c.out);
-        EXPECT_EQ(c.err.empty() ? run.err : run.err.substr(0, c.err.size()), c.err);
+// The command lines: exit status, and what stdout and stderr start with. One named test a line,
+// named after its arguments, e.g. `--gtest_filter='*CommandLines/jsno_scenario'`; "@scenario"
+// stands for an empty scenario file the suite writes.
+struct CommandLine {
+    std::vector<std::string> args;
+    int status;
+    std::string out;  // what stdout starts with
+    std::string err;  // what stderr starts with
+};
+
+constexpr const char* kScenario = "@scenario";
+
+const CommandLine kCommandLines[] = {
+        // A usage error is one line, whole, without the usage.
+        {{},
+         kExitUsage,
+         "",
+         "vistel-replay: expected one operand, got 0; try vistel-replay --help\n"},
+        {{"--bad", kScenario},
+         kExitUsage,
+         "",
+         "vistel-replay: unknown option --bad; try vistel-replay --help\n"},
+        {{"--jsno", kScenario},
+         kExitUsage,
+         "",
+         "vistel-replay: unknown option --jsno (did you mean --json?); try vistel-replay "
+         "--help\n"},
+        {{"--dictionary", "--shcema"},
+         kExitUsage,
+         "",
+         "vistel-replay: unknown option --shcema (did you mean --schema?); try vistel-replay "
+         "--help\n"},
+        {{"--verison"},
+         kExitUsage,
+         "",
+         "vistel-replay: unknown option --verison (did you mean --version?); try vistel-replay "
+         "--help\n"},
+        {{"--\xff\x1b[2J"},
+         kExitUsage,
+         "",
+         "vistel-replay: unknown option --\\xFF\\x1B[2J; try vistel-replay --help\n"},
+        {{"--version"}, kExitOk, "vistel-replay " VISTEL_VERSION "\n", ""},
+        {{"--version", "--list"},
+         kExitUsage,
+         "",
+         "vistel-replay: --version and --list cannot be combined; try vistel-replay --help\n"},
+        {{kScenario, kScenario},
+         kExitUsage,
+         "",
+         "vistel-replay: expected one operand, got 2; try vistel-replay --help\n"},
+        {{"--list", kScenario},
+         kExitUsage,
+         "",
+         "vistel-replay: expected no operand, got 1; try vistel-replay --help\n"},
+        {{"--describe"},
+         kExitUsage,
+         "",
+         "vistel-replay: expected one operand, got 0; try vistel-replay --help\n"},
+        {{"--describe", "sendeventmemleak"},
+         kExitUsage,
+         "",
+         "vistel-replay: unknown kind \"sendeventmemleak\" (did you mean "
+         "\"sendEventMemLeak\"?); vistel-replay --list shows them\n"},
+        // Options with a value.
+        {{kScenario, "--off"},
+         kExitUsage,
+         "",
+         "vistel-replay: --off needs a value; try vistel-replay --help\n"},
+        {{"--trace", "", kScenario},
+         kExitUsage,
+         "",
+         "vistel-replay: --trace needs a value; try vistel-replay --help\n"},
+        {{"--of", "MemLeak", kScenario},
+         kExitUsage,
+         "",
+         "vistel-replay: unknown option --of (did you mean --off?); try vistel-replay "
+         "--help\n"},
+        {{"--off", "MemLek", kScenario},
+         kExitUsage,
+         "",
+         "vistel-replay: --off: unknown kind \"MemLek\" (did you mean \"MemLeak\"?); numbers "
+         "or names of kinds, or all\n"},
+        // The property knows kinds by number and name, not by handler.
+        {{"--off", "0,sendEventMemLeak", kScenario},
+         kExitUsage,
+         "",
+         "vistel-replay: --off: unknown kind \"sendEventMemLeak\""},
+        {{"--off", "all", "--list"},
+         kExitUsage,
+         "",
+         "vistel-replay: --off applies to a replay, not to --list; try vistel-replay "
+         "--help\n"},
+        {{"--trace", "/nonexistent/dir/trace.json", kScenario},
+         kExitUsage,
+         "",
+         "vistel-replay: --trace: cannot write /nonexistent/dir/trace.json\n"},
+        // Options that make no sense together.
+        {{"--dump", "--dictionary"},
+         kExitUsage,
+         "",
+         "vistel-replay: --dump applies to a replay, not to --dictionary; try vistel-replay "
+         "--help\n"},
+        {{"--full", "--list"},
+         kExitUsage,
+         "",
+         "vistel-replay: --full applies to a replay, not to --list; try vistel-replay "
+         "--help\n"},
+        {{"--verbose", "--describe", "0"},
+         kExitUsage,
+         "",
+         "vistel-replay: --verbose applies to a replay, not to --describe; try vistel-replay "
+         "--help\n"},
+        {{"--json", "--full", kScenario},
+         kExitUsage,
+         "",
+         "vistel-replay: --full shapes the text report; --json always has every parameter; try "
+         "vistel-replay --help\n"},
+        {{"--list", "--describe", "0"},
+         kExitUsage,
+         "",
+         "vistel-replay: --list and --describe cannot be combined; try vistel-replay --help\n"},
+        // The event stream is the events alone.
+        {{"--events", "--json", kScenario},
+         kExitUsage,
+         "",
+         "vistel-replay: --events writes the events alone; --json shapes a report; try "
+         "vistel-replay --help\n"},
+        {{"--dump", "--events", kScenario},
+         kExitUsage,
+         "",
+         "vistel-replay: --events writes the events alone; --dump shapes a report; try "
+         "vistel-replay --help\n"},
+        {{"--events", "--dictionary"},
+         kExitUsage,
+         "",
+         "vistel-replay: --events applies to a replay, not to --dictionary; try vistel-replay "
+         "--help\n"},
+        {{"--help", "--list", "--dump"}, kExitOk, "usage: vistel-replay", ""},
+        {{"--help"}, kExitOk, "usage: vistel-replay", ""},
+        {{"--list"}, kExitOk, "kind  name / handler", ""},
+        // --json is honoured by every listing.
+        {{"--list", "--json"},
+         kExitOk,
+         R"({"kind":0,"name":"MemLeak","handler":"sendEventMemLeak","record":"vistelMemLeak",)"
+         R"("body":"vistelMemLeak","service":"vistel","events":[{"id":918000000}],"limit":)"
+         R"({"policy":"limitEventMemLeak","periodSeconds":3600,"per":"name"},"results":)"
+         R"({"sent":0,"limited":0,"not-initialised":-1,"failed":-1}})"
+         "\n",
+         ""},
+        {{"--describe", "18", "--json"},
+         kExitOk,
+         R"({"kind":18,"name":"AlgoProcessTimeoutDumpSystrace",)"
+         R"("handler":"SendEventAlgoProcessTimeoutDumpSystrace",)"
+         R"("record":"vistelAlgoProcessTimeoutDumpSystrace","body":"vistelAlgoProcessTimeout",)"
+         R"("service":"none","events":[],"limit":null,"results":{"no-event":0},"fields":[)"
+         R"({"name":"name","type":"char[64]"},)",
+         ""},
+        {{"--describe", "dumpTrace"},
+         kExitOk,
+         "kind 26: DumpTrace\n  handler  dumpTrace\n  record   vistelDumpTrace\n"
+         "  service  jank print, events type 3, id 474\n"
+         "  limit    LimitDumpSysTraceError, 360 s per kind\n",
+         ""},
+        {{"--describe", "7"},
+         kExitOk,
+         "kind 7: AlgoProcessTimeoutWarning\n  handler  sendEventAlgoProcessTimeoutWarning\n"
+         "  record   vistelAlgoProcessTimeoutWarning (body vistelAlgoProcessTimeout)\n",
+         ""},
+        {{"--json", kScenario},
+         kExitOk,
+         R"({"type":"summary","summary":{"records":0,"sent":0,"limited":0,"no-event":0,)"
+         R"("not-initialised":0,)"
+         R"("failed":0,"shed":0,"events":0,"kinds":[]}})",
+         ""},
+};
+
+void PrintTo(const CommandLine& c, std::ostream* out) {
+    *out << testing::PrintToString(c.args);
+}
+
+// "jsno_scenario" for {"--jsno", "@scenario"}: each argument's letters and digits.
+std::string commandLineName(const testing::TestParamInfo<CommandLine>& info) {
+    std::string name;
+    for (const std::string& arg : info.param.args) {
+        std::string word;
+        for (char c : arg) {
+            if (isalnum(static_cast<unsigned char>(c))) word += c;
+        }
+        name += (name.empty() ? "" : "_") + (word.empty() ? std::string("empty") : word);
     }
+    return name.empty() ? "no_arguments" : name;
+}
+
+class CommandLineTest : public testing::TestWithParam<CommandLine> {
+  protected:
+    static void SetUpTestSuite() { sScenario = writeScenario("[]"); }
+    static void TearDownTestSuite() { remove(sScenario.c_str()); }
+
+    static std::string sScenario;
+};
+std::string CommandLineTest::sScenario;
+
+TEST_P(CommandLineTest, AnswersAsItShould) {
+    const CommandLine& c = GetParam();
+    std::vector<std::string> args = c.args;
+    for (std::string& arg : args) {
+        if (arg == kScenario) arg = sScenario;
+    }
+    const ToolRun run = runTool(args);
+    EXPECT_EQ(run.status, c.status);
+    EXPECT_EQ(run.out.substr(0, c.out.size()), c.out);
+    EXPECT_EQ(c.err.empty() ? run.err : run.err.substr(0, c.err.size()), c.err);
+}
+
+INSTANTIATE_TEST_SUITE_P(CommandLines, CommandLineTest, testing::ValuesIn(kCommandLines),
+                         commandLineName);
+
+// Every kind listed, as text and as JSON lines.
+TEST(ReplayCommandTest, ListShowsEveryKind) {
     const std::string list = runTool({"--list"}).out;
     EXPECT_EQ(std::count(list.begin(), list.end(), '\n'), 1 + 3 * orv::kVistelEventCount);
     std::istringstream jsonList(runTool({"--list", "--json"}).out);
@@ -441,7 +483,6 @@ TEST(ReplayCommandTest, CommandLines) {
         EXPECT_EQ(nlohmann::json::parse(line).at("kind"), kind);
     }
     EXPECT_EQ(kind, orv::kVistelEventCount);
-    remove(scenario.c_str());
 }
 
 // The output of `vistel-replay --json ...`, one object per line.
