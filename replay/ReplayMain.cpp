@@ -86,7 +86,7 @@ struct CommandLine {
     std::string offKinds;   // --off: the kinds switched off for the replay
     std::string traceFile;  // --trace: where the trace goes
     bool schema = false;    // --dictionary as JSON Schema
-    std::string operand;  // the scenario, or the kind to describe
+    std::string operand;    // the scenario, or the kind to describe
 };
 
 // Options that shape a replay's report, with their flags; --json also applies to the listings.
@@ -226,17 +226,21 @@ std::optional<CommandLine> parseCommandLine(const std::vector<std::string>& args
 }
 
 // The first word of an --off list that names no kind, or "": the words the library reads in its
-// property, a kind's number or name, or all.
+// property, separated by commas or spaces, each a kind's number (without leading zeros) or name,
+// or all.
 std::string unknownOffKind(const std::string& list) {
     std::string word;
-    std::istringstream words(list);
-    while (std::getline(words, word, ',')) {
-        word.erase(0, word.find_first_not_of(' '));
-        word.erase(word.find_last_not_of(' ') + 1);
-        if (word.empty() || word == "all") continue;
+    std::string words = list;
+    std::replace(words.begin(), words.end(), ',', ' ');
+    std::istringstream read(words);
+    while (read >> word) {
+        if (word == "all") continue;
         const vistel_tools::KindInfo* kind = vistel_tools::findKind(word);
-        // findKind also knows handlers, which the property does not.
-        if (kind == nullptr || word == kind->handler) return word;
+        // findKind also knows handlers, and numbers with leading zeros, which the property does
+        // not.
+        if (kind == nullptr || word == kind->handler || (word.size() > 1 && word[0] == '0')) {
+            return word;
+        }
     }
     return "";
 }
@@ -325,7 +329,12 @@ int replay(const CommandLine& command, std::ostream& out, std::ostream& err) {
         }
     }
     // Set for this replay only: an earlier replay of the process may have switched kinds off.
-    android::base::SetProperty(orv::KindSwitch::kProperty, command.offKinds);
+    if (command.offKinds.size() >= orv::KindSwitch::kValueMax ||
+        !android::base::SetProperty(orv::KindSwitch::kProperty, command.offKinds)) {
+        err << "vistel-replay: --off: the property could not be set (at most "
+            << orv::KindSwitch::kValueMax - 1 << " characters, as on a device)\n";
+        return kExitUsage;
+    }
     if (trace.is_open()) tracecapture::start();
 
     Replayer replayer;
@@ -339,7 +348,14 @@ int replay(const CommandLine& command, std::ostream& out, std::ostream& err) {
     }
     writer->finish(summary);
     if (command.report.dump) writer->dump();
-    if (trace.is_open()) trace << tracecapture::toTraceEventJson(tracecapture::stop());
+    if (trace.is_open()) {
+        trace << tracecapture::toTraceEventJson(tracecapture::stop());
+        trace.close();
+        if (!trace) {
+            err << "vistel-replay: --trace: cannot write " << command.traceFile << "\n";
+            return kExitBadInput;
+        }
+    }
     return kExitOk;
 }
 

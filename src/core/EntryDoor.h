@@ -37,6 +37,7 @@
 #include <cstdint>
 #include <exception>
 
+#include "KindSwitch.h"
 #include "ReporterGate.h"
 #include "ReporterScope.h"
 #include "VistelCounters.h"
@@ -92,6 +93,10 @@ int enterHandler(VistelEvent kind, const char* handler, VistelEventBase* record,
     ReporterGate::Pass pass(reporterGate());
     if (!pass.entered()) return refuseRecord(kind, handler, pass.seen());
     ReporterScope scope(handler, counters::of(kind));
+    if (KindSwitch::instance().isOffAtDoor(kind)) {
+        scope.switchedOff();
+        return kind < kVistelEventCount ? kindInfo(kind).refusedResult : -1;
+    }
     try {
         // A null record goes on: every reporter refuses it with a line of its own.
         if (record != nullptr && !carriesBodyOf(kind, *record)) {

@@ -20,7 +20,7 @@ namespace orv {
 namespace {
 
 constexpr const char kFunction[] = "KindSwitch";
-constexpr uint32_t kAllKinds = kVistelEventCount == 32 ? ~0U : ((1U << kVistelEventCount) - 1U);
+constexpr uint32_t kAllKinds = KindSwitch::kAllKindsMask;
 
 bool isSeparator(char c) {
     return c == ',' || c == ' ' || c == '\t';

@@ -33,11 +33,22 @@ class KindSwitch {
     // PROPERTY_VALUE_MAX: what a property can hold, terminator included.
     static constexpr size_t kValueMax = 92;
 
+    // Every kind switched off: what `all` means.
+    static constexpr uint32_t kAllKindsMask =
+            kVistelEventCount == 32 ? ~0U : ((1U << kVistelEventCount) - 1U);
+
     static KindSwitch& instance();
 
     // Camera thread: true when records of `kind` (a known kind) are switched off.
     bool isOff(VistelEvent kind) const {
         return ((mOff.load(std::memory_order_relaxed) >> kind) & 1U) != 0;
+    }
+    // A handler's door: true when its work is switched off. A kind's handler called directly (or
+    // its record queued before the switch was read) goes by its kind; sendBootMsg, called
+    // directly with no kind of its own, is off when every kind is.
+    bool isOffAtDoor(VistelEvent kind) const {
+        if (kind < kVistelEventCount) return isOff(kind);
+        return mOff.load(std::memory_order_relaxed) == kAllKindsMask;
     }
 
     // Camera thread, for a record of `kind` switched off: counts it, and queues a read of the

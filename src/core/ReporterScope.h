@@ -33,6 +33,8 @@ class ReporterScope {
 
     void notInitialised() { mDecided = counters::Outcome::kNotInitialised; }
     void limited() { mDecided = counters::Outcome::kLimited; }
+    // Its kind is switched off (KindSwitch.h).
+    void switchedOff() { mDecided = counters::Outcome::kOff; }
     // The reporter's work threw (memory ran out while it built an event, or a service threw).
     void failed() { mDecided = counters::Outcome::kFailed; }
     // One event handed to a service: taken, or refused.

@@ -155,6 +155,38 @@ TEST_F(KindSwitchFlowTest, SwitchedOffAndOnAgainWhileRecordsFlow) {
     }
 }
 
+// The camera stack's direct calls go by the switch too: a kind's handler by its kind, and
+// sendBootMsg, which has no kind of its own, by `all`. Each is counted off and reaches no service.
+TEST_F(KindSwitchFlowTest, DirectCallsGoByTheSwitch) {
+    const auto switchTo = [](const char* value) {
+        setSwitch(value);
+        pastThePeriod();
+        queued(orv::kEventMemShortage);  // run on a worker, which then reads the property
+    };
+    std::vector<orv::SingleBootNode> nodes(1);
+    switchTo("MemLeak");
+    VirtualClock::expireAllLimits();
+    vistelhost::reset();
+    ovrixhost::reset();
+    const vistel_tools::CounterRow leaks = counted(orv::kEventMemLeak);
+    const vistel_tools::CounterRow boots = vistel_tools::readLibraryCounters().direct;
+    EXPECT_EQ(manager()->sendEventMemLeak(recordOf(orv::kEventMemLeak)),
+              vistel_tools::kinds()[orv::kEventMemLeak].results[VISTEL_OUTCOME_NOT_INITIALISED]);
+    EXPECT_EQ((counted(orv::kEventMemLeak) - leaks)[VISTEL_OUTCOME_OFF], 1u);
+    EXPECT_TRUE(vistelhost::sentEvents().empty());
+    manager()->sendBootMsg(nodes);
+    EXPECT_EQ((vistel_tools::readLibraryCounters().direct - boots)[VISTEL_OUTCOME_SENT], 1u)
+            << "sendBootMsg is off only when every kind is";
+
+    switchTo("all");
+    ovrixhost::reset();
+    manager()->sendBootMsg(nodes);
+    const vistel_tools::CounterRow offBoots = vistel_tools::readLibraryCounters().direct - boots;
+    EXPECT_EQ(offBoots[VISTEL_OUTCOME_OFF], 1u);
+    EXPECT_EQ(offBoots.ended(), 2u);
+    EXPECT_TRUE(ovrixhost::reported().empty());
+}
+
 TEST_F(KindSwitchFlowTest, AValueNotUnderstoodIsSaidOnceAndIgnored) {
     setSwitch("MemLeak");
     pastThePeriod();

@@ -338,6 +338,22 @@ const CommandLine kCommandLines[] = {
          "",
          "vistel-replay: --off: unknown kind \"MemLek\" (did you mean \"MemLeak\"?); numbers "
          "or names of kinds, or all\n"},
+        // Numbers without leading zeros, words apart by commas or spaces, as the library reads.
+        {{"--off", "007", kScenario}, kExitUsage, "", "vistel-replay: --off: unknown kind \"007\""},
+        {{"--off", "MemLeak FrameDrop", kScenario}, kExitOk, "", ""},
+        // No longer than a device's property can be.
+        {{"--off", std::string(100, '7'), kScenario},
+         kExitUsage,
+         "",
+         "vistel-replay: --off: unknown kind"},
+        {{"--off", "MemLeak," + std::string(90, ' '), kScenario},
+         kExitUsage,
+         "",
+         "vistel-replay: --off: the property could not be set (at most 91 characters"},
+        {{"--trace", "/dev/full", kScenario},
+         kExitBadInput,
+         "",
+         "vistel-replay: --trace: cannot write /dev/full\n"},
         // The property knows kinds by number and name, not by handler.
         {{"--off", "0,sendEventMemLeak", kScenario},
          kExitUsage,
