@@ -42,15 +42,15 @@ InFlightBound::SinceLastLine InFlightBound::takeSinceLastLine() {
 
 void InFlightBound::shed(VistelEvent kind) {
     counters::of(kind).addEndedRecord(counters::Outcome::kShed);
-    if (ATRACE_ENABLED()) {
-        // Every record shed since the process started, summed only while tracing.
+    // Every record shed since the process started, summed only while tracing.
+    traceSettledCounter(kShedTrack, [] {
         uint64_t shedTotal = 0;
         for (const counters::KindCounters& row : counters::gRows) {
             shedTotal += row.outcomes[static_cast<size_t>(counters::Outcome::kShed)].load(
                     std::memory_order_relaxed);
         }
-        traceCounter(kShedTrack, shedTotal);
-    }
+        return shedTotal;
+    });
     mShedSinceLine[kind].fetch_add(1, std::memory_order_relaxed);
     const uint64_t refusals = mRefusals.fetch_add(1, std::memory_order_relaxed);
 

@@ -64,7 +64,7 @@ class InFlightBound {
     void finished(uint32_t generation) {
         if (generation != mGeneration.load(std::memory_order_relaxed)) return;
         const uint32_t before = mInFlight.fetch_sub(1, std::memory_order_relaxed);
-        traceCounter(kInFlightTrack, before - 1);
+        traceSettledCounter(kInFlightTrack, [this] { return inFlight(); });
         if (mShedding.load(std::memory_order_relaxed)) {
             if (before - 1 <= kCaughtUp) caughtUp();
         } else if (mEpisode.load(std::memory_order_relaxed)) {

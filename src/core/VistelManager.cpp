@@ -65,7 +65,7 @@ VistelManager* managerStorage() {
 // place in flight is given back when this returns, or when the task is destroyed unrun.
 int runQueued(InFlightPlace place, std::shared_ptr<VistelEventBase> record) {
     place.reached();
-    traceCounter(kInFlightTrack, InFlightBound::instance().inFlight());
+    traceSettledCounter(kInFlightTrack, [] { return InFlightBound::instance().inFlight(); });
     const KindInfo& kind = kindInfo(place.kind());
     ReporterGate::Pass pass(reporterGate());
     if (!pass.entered()) {

@@ -62,4 +62,19 @@ inline void traceCounter(const char* track, uint64_t value) {
     ATRACE_INT(track, static_cast<int32_t>(value > INT32_MAX ? INT32_MAX : value));
 }
 
+// Writes `current()` to a counter track that several threads write, and again while the count
+// moved meanwhile. Their writes may land out of order, but the last writer has read the count
+// after its own write, so once the count stops moving the track ends where the count does.
+template <typename Current>
+void traceSettledCounter(const char* track, Current current) {
+    if (!ATRACE_ENABLED()) return;
+    uint64_t value = current();
+    for (int tries = 0; tries < 8; ++tries) {
+        traceCounter(track, value);
+        const uint64_t now = current();
+        if (now == value) return;
+        value = now;
+    }
+}
+
 }  // namespace orv
