@@ -10,14 +10,11 @@
 #include <orvlog.h>
 
 #include <array>
-#include <atomic>
 #include <cmath>
-#include <condition_variable>
 #include <cstdlib>
 #include <future>
 #include <iostream>
 #include <map>
-#include <mutex>
 #include <utility>
 
 #include "LibraryCounters.h"
@@ -27,7 +24,6 @@ namespace vistel_replay {
 namespace {
 
 using nlohmann::ordered_json;
-using vistel_harness::endsWith;
 using vistel_harness::kNanosPerSecond;
 using vistel_harness::LogCapture;
 using vistel_harness::VirtualClock;
