@@ -158,10 +158,13 @@ TEST_F(KindSwitchFlowTest, SwitchedOffAndOnAgainWhileRecordsFlow) {
 // The camera stack's direct calls go by the switch too: a kind's handler by its kind, and
 // sendBootMsg, which has no kind of its own, by `all`. Each is counted off and reaches no service.
 TEST_F(KindSwitchFlowTest, DirectCallsGoByTheSwitch) {
+    // A record of another kind is queued and its worker reads the property, or it is refused
+    // and its door queues the read: either way the read has been made once the pool is idle.
     const auto switchTo = [](const char* value) {
         setSwitch(value);
         pastThePeriod();
-        queued(orv::kEventMemShortage);  // run on a worker, which then reads the property
+        queued(orv::kEventMemShortage);
+        settle();
     };
     std::vector<orv::SingleBootNode> nodes(1);
     switchTo("MemLeak");
@@ -185,6 +188,8 @@ TEST_F(KindSwitchFlowTest, DirectCallsGoByTheSwitch) {
     EXPECT_EQ(offBoots[VISTEL_OUTCOME_OFF], 1u);
     EXPECT_EQ(offBoots.ended(), 2u);
     EXPECT_TRUE(ovrixhost::reported().empty());
+    switchTo("");  // the next test starts with every kind on
+    EXPECT_TRUE(queued(orv::kEventMemLeak));
 }
 
 TEST_F(KindSwitchFlowTest, AValueNotUnderstoodIsSaidOnceAndIgnored) {
