@@ -1,6 +1,7 @@
 #include "ReplayMain.h"
 
 #include <KindSwitch.h>
+#include <QorThreadManager.h>
 #include <android-base/properties.h>
 
 #include <algorithm>
@@ -328,7 +329,9 @@ int replay(const CommandLine& command, std::ostream& out, std::ostream& err) {
             return kExitUsage;
         }
     }
-    // Set for this replay only: an earlier replay of the process may have switched kinds off.
+    // Set for this replay only: an earlier replay of the process may have switched kinds off. Set
+    // while no worker reads it: the host's property store has no lock of its own.
+    QorThreadManager::GetInstance()->waitIdle();
     if (command.offKinds.size() >= orv::KindSwitch::kValueMax ||
         !android::base::SetProperty(orv::KindSwitch::kProperty, command.offKinds)) {
         err << "vistel-replay: --off: the property could not be set (at most "

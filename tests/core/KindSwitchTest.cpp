@@ -66,7 +66,9 @@ class KindSwitchFlowTest : public ReporterTest {
         ReporterTest::TearDown();
     }
 
+    // Set while no worker reads it: the host's property store has no lock of its own.
     static void setSwitch(const std::string& value) {
+        settle();
         ASSERT_TRUE(android::base::SetProperty(KindSwitch::kProperty, value));
     }
     // A read of the property is due again.
