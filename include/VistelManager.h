@@ -363,8 +363,9 @@ class VistelManager {
     VistelManager& operator=(const VistelManager&) = delete;
 
     void registerFunction(VistelEvent event, HandlerMethod func);
-    // What snapshotCounters() and dump() read; `counts` is zeroed.
-    void fillSnapshot(VistelCounterSnapshot& counts);
+    // What snapshotCounters() and dump() read; `counts` is zeroed. Static: both may be called on
+    // a manager already destroyed at exit, whose members are read only once it is known alive.
+    static void fillSnapshot(VistelManager* manager, VistelCounterSnapshot& counts);
 
     // The reporters' way to the primitives' work: they already hold a pass of their door.
     friend struct PrimitiveAccess;

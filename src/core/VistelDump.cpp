@@ -253,7 +253,7 @@ VistelServiceBinding publicBinding(counters::Binding binding) {
 // only while the manager is known to be alive, inside a pass of its gate (or once it was kept at
 // exit: it is never destroyed then), the way dump() has always read them. Not through enterCall:
 // a call refused once the manager is gone would lose the counters, which outlive it.
-void VistelManager::fillSnapshot(VistelCounterSnapshot& counts) {
+void VistelManager::fillSnapshot(VistelManager* manager, VistelCounterSnapshot& counts) {
     counts.version = 1;
     counts.buildTag = kBuildTag;
     static_assert(kVistelEventCount <= kVistelSnapshotKinds, "a snapshot row per kind");
@@ -279,8 +279,8 @@ void VistelManager::fillSnapshot(VistelCounterSnapshot& counts) {
         return;
     }
     counts.manager = kept ? VISTEL_MANAGER_KEPT : VISTEL_MANAGER_RUNNING;
-    counts.inited = mInited ? 1 : 0;
-    const auto keyCounts = mFrequencyLimit.keyCounts();
+    counts.inited = manager->mInited ? 1 : 0;
+    const auto keyCounts = manager->mFrequencyLimit.keyCounts();
     static_assert(keyCounts.size() <= kVistelSnapshotPolicies, "a snapshot row per policy");
     counts.policyCount = keyCounts.size();
     for (size_t i = 0; i < keyCounts.size(); ++i) {
@@ -306,14 +306,14 @@ int VistelManager::snapshotCounters(VistelCounterSnapshot* snapshot) {
     const uint32_t size = snapshot->size;
     memset(snapshot, 0, size);
     snapshot->size = size;
-    fillSnapshot(*snapshot);
+    fillSnapshot(this, *snapshot);
     return 0;
 }
 
 void VistelManager::dump(int fd) {
     VistelCounterSnapshot counts = {};
     counts.size = sizeof(counts);
-    fillSnapshot(counts);
+    fillSnapshot(this, counts);
 
     DumpWriter out(fd);
     out.line("libc_vistel [%s]: since the process started", counts.buildTag);
