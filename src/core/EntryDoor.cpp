@@ -67,7 +67,7 @@ void logRefusedEntry(const char* entry, ReporterGate::State seen, const char* wh
 int refuseRecord(VistelEvent kind, const char* handler, ReporterGate::State seen) {
     counters::of(kind).addEndedRecord(counters::Outcome::kNotInitialised);
     logRefusedEntry(handler, seen, "record dropped");
-    return kind < kVistelEventCount ? kindInfo(kind).refusedResult : -1;
+    return refusedResultOf(kind);
 }
 
 void logForeignRecord(const char* handler, VistelEvent kind, VistelEventBase& record) {

@@ -73,6 +73,11 @@ void logForeignRecord(const char* handler, VistelEvent kind, VistelEventBase& re
 // Work that threw: "<entry>() error: <what()>", or "unknown exception".
 void logThrown(const char* entry, const std::exception* error);
 
+// What `kind`'s handler answers a record it refuses; sendBootMsg, which has no kind, -1.
+inline int refusedResultOf(VistelEvent kind) {
+    return kind < kVistelEventCount ? kindInfo(kind).refusedResult : -1;
+}
+
 // A record refused because the manager is not there: counted not initialised in `kind`'s row,
 // said (rate-limited), and answered with the handler's refused result.
 int refuseRecord(VistelEvent kind, const char* handler, ReporterGate::State seen);
@@ -95,7 +100,7 @@ int enterHandler(VistelEvent kind, const char* handler, VistelEventBase* record,
     ReporterScope scope(handler, counters::of(kind));
     if (KindSwitch::instance().isOffAtDoor(kind)) {
         scope.switchedOff();
-        return kind < kVistelEventCount ? kindInfo(kind).refusedResult : -1;
+        return refusedResultOf(kind);
     }
     try {
         // A null record goes on: every reporter refuses it with a line of its own.

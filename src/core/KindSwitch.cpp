@@ -11,6 +11,7 @@
 #include <string>
 
 #include "EntryDoor.h"
+#include "Immortal.h"
 #include "VistelCounters.h"
 #include "VistelKinds.h"
 #include "VistelLog.h"
@@ -20,7 +21,6 @@ namespace orv {
 namespace {
 
 constexpr const char kFunction[] = "KindSwitch";
-constexpr uint32_t kAllKinds = KindSwitch::kAllKindsMask;
 
 bool isSeparator(char c) {
     return c == ',' || c == ' ' || c == '\t';
@@ -33,7 +33,7 @@ bool isWord(const char* word, size_t length, const char* text) {
 // One word of the value: "all", a kind's number (without leading zeros) or its name.
 bool kindsNamedBy(const char* word, size_t length, uint32_t* kinds) {
     if (isWord(word, length, "all")) {
-        *kinds = kAllKinds;
+        *kinds = KindSwitch::kAllKindsMask;
         return true;
     }
     if (length <= 2 && word[0] >= '0' && word[0] <= '9' && (length == 1 || word[0] != '0')) {
@@ -57,7 +57,7 @@ bool kindsNamedBy(const char* word, size_t length, uint32_t* kinds) {
 
 }  // namespace
 
-KindSwitch gKindSwitch;
+VISTEL_CONSTINIT KindSwitch gKindSwitch;
 
 int64_t KindSwitch::now() {
     return systemTime(SYSTEM_TIME_MONOTONIC);

@@ -68,8 +68,6 @@ class KindSwitch {
 
     // In a child process just forked: no read is queued or running there.
     void resetAfterFork();
-    // The kinds switched off now.
-    uint32_t mask() const { return mOff.load(std::memory_order_relaxed); }
 
   private:
     static int64_t now();
