@@ -5,6 +5,7 @@
 #include <KindRegistry.h>
 #include <LibraryCounters.h>
 #include <QorThreadManager.h>
+#include <VistelTrace.h>
 #include <WorkerHold.h>
 
 #include <algorithm>
@@ -230,6 +231,19 @@ TEST_F(InFlightBoundTest, TheTraceCountsRecordsInFlightAndShed) {
         expected.push_back(static_cast<int64_t>(shedSoFar) - i);
     }
     EXPECT_EQ(shedTotals, expected);
+}
+
+// A count that moved while its track was written is written again: writers on several workers
+// land out of order, and the track must end where the count does.
+TEST(TraceCounterTest, ACountThatMovedWhileWrittenIsWrittenAgain) {
+    int reads = 0;
+    tracecapture::start();
+    orv::traceSettledCounter("vistel test track", [&] { return ++reads == 1 ? 1u : 0u; });
+    std::vector<int64_t> written;
+    for (const tracecapture::TraceMark& mark : tracecapture::stop()) {
+        if (mark.name == "vistel test track") written.push_back(mark.value);
+    }
+    EXPECT_EQ(written, (std::vector<int64_t>{1, 0}));
 }
 
 }  // namespace

@@ -1,10 +1,13 @@
 // Kinds switched off by the vendor property: what a value switches off, and a switch set and
 // cleared while records flow, read on the workers within the stated period, never queued while
-// off, counted off, and the first record after a cleared switch sent.
+// off, counted off, and the first record after a cleared switch sent; and a trace section kept whole however
+// tracing is switched while it is open.
 #include <KindRegistry.h>
 #include <KindSwitch.h>
 #include <LibraryCounters.h>
 #include <QorThreadManager.h>
+#include <TraceCapture.h>
+#include <VistelTrace.h>
 #include <android-base/properties.h>
 #include <unistd.h>
 
@@ -41,6 +44,7 @@ const ParseCase kParseCases[] = {
         {"32", false, 0},
         {"-1", false, 0},
         {"007", false, 0},
+        {"07", false, 0},
         {"memleak", false, 0},
         {"sendEventMemLeak", false, 0},
         {"MemLeak;FrameDrop", false, 0},
@@ -72,7 +76,9 @@ class KindSwitchFlowTest : public ReporterTest {
         ASSERT_TRUE(android::base::SetProperty(KindSwitch::kProperty, value));
     }
     // A read of the property is due again.
-    static void pastThePeriod() { VirtualClock::advanceSeconds(KindSwitch::kRefreshPeriodNs / 1e9); }
+    static void pastThePeriod() {
+        VirtualClock::advanceSeconds(KindSwitch::kRefreshPeriodNs / 1e9);
+    }
     // Everything queued has run, the reads the records prompted included.
     static void settle() { QorThreadManager::GetInstance()->waitIdle(); }
 
@@ -213,6 +219,20 @@ TEST_F(KindSwitchFlowTest, AValueNotUnderstoodIsSaidOnceAndIgnored) {
         }
     }
     EXPECT_EQ(said, 1u);
+
+    // Understood in between, the same value not understood is said again.
+    setSwitch("MemLeak");
+    pastThePeriod();
+    queued(orv::kEventMemShortage);
+    setSwitch("MemLeak,Bogus");
+    pastThePeriod();
+    queued(orv::kEventMemShortage);
+    said = 0;
+    for (const LogLine& line : mLog.lines()) {
+        if (line.body.find("\"MemLeak,Bogus\" not understood, ignored") != std::string::npos)
+            ++said;
+    }
+    EXPECT_EQ(said, 2u);
 }
 
 TEST_F(KindSwitchFlowTest, TheDumpShowsTheOffColumnOnceARecordWasSwitchedOff) {
@@ -233,6 +253,26 @@ TEST_F(KindSwitchFlowTest, TheDumpShowsTheOffColumnOnceARecordWasSwitchedOff) {
     for (ssize_t got; (got = read(ends[0], buffer, sizeof(buffer))) > 0;) text.append(buffer, got);
     close(ends[0]);
     EXPECT_NE(text.find(" failed      shed       off    events\n"), std::string::npos) << text;
+}
+
+// Whether a section is written is decided at its begin: tracing switched on or off while it is
+// open leaves neither an end without its begin nor a begin without its end.
+TEST(TraceSectionTest, TracingSwitchedWhileASectionIsOpenKeepsItWhole) {
+    {
+        orv::TraceSection section("vistel late");
+        tracecapture::start();
+    }
+    EXPECT_TRUE(tracecapture::stop().empty()) << "an end without its begin";
+    tracecapture::start();
+    {
+        orv::TraceSection section("vistel early");
+        const std::vector<tracecapture::TraceMark> begun = tracecapture::stop();
+        ASSERT_EQ(begun.size(), 1u);
+        tracecapture::start();
+    }
+    const std::vector<tracecapture::TraceMark> ended = tracecapture::stop();
+    ASSERT_EQ(ended.size(), 1u);
+    EXPECT_EQ(ended[0].type, tracecapture::TraceMark::Type::kEnd);
 }
 
 }  // namespace
