@@ -1,7 +1,7 @@
 // Kinds switched off by the vendor property: what a value switches off, and a switch set and
 // cleared while records flow, read on the workers within the stated period, never queued while
-// off, counted off, and the first record after a cleared switch sent; and a trace section kept whole however
-// tracing is switched while it is open.
+// off, counted off, and the first record after a cleared switch sent. Also a trace section, kept
+// whole however tracing is switched while it is open.
 #include <KindRegistry.h>
 #include <KindSwitch.h>
 #include <LibraryCounters.h>
